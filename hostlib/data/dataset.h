@@ -6,6 +6,7 @@
 // is kept exactly as it was last replaced.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -17,6 +18,8 @@
 
 namespace hostlib::data {
 
+// A dataset that cannot be read, built or written. The message is meant for
+// the user: it names the file (when there is one), the place and the fault.
 class DatasetError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -30,11 +33,16 @@ class Dataset {
 
   unsigned int ColumnCount() const { return static_cast<unsigned int>(variables_.size()); }
   int FindVarIndex(std::string_view name) const;  // -1 when none
-  const VORN_Variable& Variable(int index) const { return variables_.at(static_cast<std::size_t>(index)); }
+  // Throws std::out_of_range for an index outside the dictionary.
+  const VORN_Variable& Variable(int index) const {
+    return variables_.at(static_cast<std::size_t>(index));
+  }
   const std::vector<VORN_Variable>& Variables() const { return variables_; }
   void AddVariable(VORN_Variable variable);  // throws DatasetError on a repeated name
 
   const std::vector<VariableSet>& MultipleResponseSets() const { return sets_; }
+  // Only kinds 1 and 2 belong here; throws std::invalid_argument for a set of
+  // another kind and then leaves the list as it was.
   void ReplaceMultipleResponseSets(std::vector<VariableSet> sets);
   // Counts the replacements, so that a host can tell that a command saved.
   std::uint64_t SetsRevision() const { return setsRevision_; }

@@ -17,6 +17,8 @@ struct Message {
   int command = 0;
   int level = kErrorLevel;  // BpErrorLevel: 4 error, 2 warning
   BpText text;
+
+  bool IsError() const { return level >= kErrorLevel; }
 };
 
 struct Assertion {
@@ -41,6 +43,7 @@ struct Dimension {
 
 struct Cell {
   BpText text;
+  bool hasText = false;    // false: the cell only carries notes
   std::vector<int> notes;  // handles of registered texts, in order attached
 };
 
@@ -63,8 +66,18 @@ class Document {
   std::deque<Item>& Items() { return items_; }
   std::size_t Add(Item item);
 
-  int Register(BpText text);             // a handle for BpCellText::Replicate
-  const BpText& Registered(int handle) const;
+  // The table at an index of Items(); null when that item is no table (a
+  // handle that outlived Clear()).
+  Table* FindTable(std::size_t index);
+
+  int Register(BpText text);  // a handle for BpCellText::Replicate
+  bool IsRegistered(int handle) const;
+  const BpText& Registered(int handle) const;  // throws std::out_of_range
+
+  // Procedure frames. Closing one ends the current categories of the tables
+  // made inside it, so that a stale handle cannot add cells to them.
+  void OpenProcedure();
+  void CloseProcedure();
 
   int ErrorCount() const;  // messages of level 4, host errors included
   void Clear();
@@ -72,6 +85,7 @@ class Document {
  private:
   std::deque<Item> items_;
   std::vector<BpText> registered_;
+  std::vector<std::size_t> openProcedures_;  // first item index of each open frame
 };
 
 }  // namespace hostlib::output

@@ -12,11 +12,11 @@
 namespace hostlib::syntax {
 
 struct Token {
-  int type = 1;             // TokenSequenceBase::TokenType
-  int code = 0;             // TokenSequenceBase::SubType()
-  std::uint32_t offset = 0; // into Command::Text()
-  std::uint32_t length = 0; // bytes as written, quotes included
-  double number = 0.0;      // the value of a number token
+  int type = 1;              // TokenSequenceBase::TokenType
+  int code = 0;              // TokenSequenceBase::SubType()
+  std::uint32_t offset = 0;  // into Command::Text()
+  std::uint32_t length = 0;  // bytes as written, quotes included
+  double number = 0.0;       // the value of a number token
 };
 
 // Where a byte of the input stands, counted from 1; columns count characters.

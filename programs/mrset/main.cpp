@@ -1,1 +1,175 @@
-int main() { return 0; }
+// mrset: runs MRSET command syntax against a dataset file.
+//
+// Exit status: 0 when no error message was issued, 1 when one was, 2 for bad
+// options or a dataset or syntax file that cannot be read (nothing is run).
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "hostlib/data/dataset.h"
+#include "hostlib/data/dataset_store.h"
+#include "hostlib/files/files.h"
+#include "hostlib/output/render.h"
+#include "hostlib/session/session.h"
+#include "programs/mrset/command_module.h"
+#include "programs/mrset/prompt.h"
+#include "programs/mrset/runner.h"
+
+namespace {
+
+constexpr int kExitClean = 0;
+constexpr int kExitErrors = 1;
+constexpr int kExitCannotRun = 2;
+
+struct Options {
+  std::vector<std::string> files;
+  std::vector<std::string> executes;
+  std::string data;
+  std::string format = "text";
+  std::string output;
+  bool noSave = false;
+};
+
+struct SyntaxSource {
+  std::string name;
+  std::string text;
+};
+
+void Fail(const std::string& message) { std::cerr << "mrset: " << message << "\n"; }
+
+bool ReadStream(std::istream& in, std::string& text) {
+  std::ostringstream buffer;
+  buffer << in.rdbuf();
+  text = buffer.str();
+  return !in.bad();
+}
+
+// Reads every source before anything runs, so that an unreadable file stops
+// the run before it changes a dataset.
+bool ReadSources(const Options& options, std::vector<SyntaxSource>& sources) {
+  for (std::size_t i = 0; i < options.executes.size(); ++i) {
+    const std::string name =
+        options.executes.size() == 1 ? "--execute text" : "--execute text " + std::to_string(i + 1);
+    sources.push_back({name, options.executes[i]});
+  }
+  for (const std::string& file : options.files) {
+    SyntaxSource source{file == "-" ? "standard input" : file, ""};
+    if (file == "-") {
+      if (!ReadStream(std::cin, source.text)) {
+        Fail("cannot read standard input");
+        return false;
+      }
+    } else {
+      std::ifstream in(file, std::ios::binary);
+      if (!in || !ReadStream(in, source.text)) {
+        Fail("cannot read syntax file " + file + ": " + std::strerror(errno));
+        return false;
+      }
+    }
+    sources.push_back(std::move(source));
+  }
+  return true;
+}
+
+int Run(const Options& options) {
+  std::vector<SyntaxSource> sources;
+  if (!ReadSources(options, sources)) return kExitCannotRun;
+  const bool prompt = sources.empty() && ::isatty(STDIN_FILENO) != 0;
+  if (sources.empty() && !prompt) {
+    SyntaxSource source{"standard input", ""};
+    if (!ReadStream(std::cin, source.text)) {
+      Fail("cannot read standard input");
+      return kExitCannotRun;
+    }
+    sources.push_back(std::move(source));
+  }
+
+  std::unique_ptr<hostlib::data::DatasetStore> store;
+  auto& session = hostlib::Session::Instance();
+  if (!options.data.empty()) {
+    try {
+      store = hostlib::data::OpenDatasetStore(options.data);
+      session.OpenDataset(std::make_shared<hostlib::data::Dataset>(store->Load()));
+    } catch (const std::exception& failure) {
+      Fail(failure.what());
+      return kExitCannotRun;
+    }
+  }
+
+  std::unique_ptr<mrset_program::CommandModule> module;
+  try {
+    module =
+        std::make_unique<mrset_program::CommandModule>(mrset_program::CommandModule::DefaultPath());
+  } catch (const std::exception& failure) {
+    Fail(std::string("cannot load the MRSET command module: ") + failure.what());
+    return kExitCannotRun;
+  }
+
+  const auto format = hostlib::output::ParseFormat(options.format);
+  auto renderer = hostlib::output::MakeRenderer(*format);
+  std::ostringstream captured;
+  std::ostream& out = options.output.empty() ? std::cout : captured;
+
+  renderer->Begin(out);
+  mrset_program::Runner runner(*module, store.get(), !options.noSave, *renderer, out);
+  if (prompt) {
+    mrset_program::RunPrompt(runner);
+  } else {
+    for (const SyntaxSource& source : sources) runner.RunText(source.text, source.name);
+  }
+  renderer->End(out);
+  out.flush();
+
+  int status = runner.HadErrors() ? kExitErrors : kExitClean;
+  if (!options.output.empty()) {
+    try {
+      hostlib::files::WriteFileAtomically(options.output, captured.str());
+    } catch (const std::exception& failure) {
+      Fail(failure.what());
+      status = kExitErrors;
+    }
+  }
+  session.CloseDataset();
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{
+      "Runs MRSET command syntax: defines, lists and deletes the multiple response "
+      "sets of a dataset.",
+      "mrset"};
+  Options options;
+  app.add_option("FILE", options.files, "Syntax files, run in order; - is standard input");
+  app.add_option("-e,--execute", options.executes, "Run TEXT as syntax (may be repeated)")
+      ->option_text("TEXT")
+      ->allow_extra_args(false)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  app.add_option("-d,--data", options.data, "Open the dataset in PATH")->option_text("PATH");
+  app.add_option("-f,--format", options.format, "Output format: text, json or html")
+      ->option_text("FMT")
+      ->check(CLI::IsMember({"text", "json", "html"}));
+  app.add_option("-o,--output", options.output, "Write the output to PATH")->option_text("PATH");
+  app.add_flag("--no-save", options.noSave, "Never write the dataset file");
+  app.set_version_flag("--version", "mrset 0.1.0");
+  app.footer(
+      "Without FILE or --execute, standard input is read (with a prompt on a terminal).\n"
+      "Exit status: 0 no error, 1 an error message was issued, 2 nothing could be run.");
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    const int code = app.exit(error);
+    return code == 0 ? kExitClean : kExitCannotRun;
+  }
+  return Run(options);
+}

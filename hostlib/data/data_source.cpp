@@ -1,0 +1,177 @@
+// The data-source library over hostlib::data::Dataset. ProcedureDataSource,
+// which needs the session, lives in procedure_data_source.cpp.
+#include <cmath>
+#include <stdexcept>
+#include <utility>
+
+#include "host/data_source.h"
+#include "hostlib/data/dataset.h"
+#include "hostlib/strings/unicode.h"
+
+// ---- value labels --------------------------------------------------------
+
+VORN_VLImplPointer::VORN_VLImplPointer() = default;
+
+VORN_VLImplPointer::VORN_VLImplPointer(std::shared_ptr<const VORN_ValueLabels> labels)
+    : labels_(std::move(labels)) {}
+
+const VORN_ValueLabels& VORN_VLImplPointer::Labels() const {
+  static const VORN_ValueLabels kNone;
+  return labels_ ? *labels_ : kNone;
+}
+
+VORN_ValueLabelMap::VORN_ValueLabelMap(const VORN_VLImplPointer& handle) : handle_(handle) {}
+
+VORN_ValueLabelMap::~VORN_ValueLabelMap() = default;
+
+// The labels are shared and immutable, so there is nothing to prepare.
+void VORN_ValueLabelMap::Reset() { ready_ = true; }
+
+const char* VORN_ValueLabelMap::GetLabel(const double& value) const {
+  // NaN would break the map's ordering and match an arbitrary key.
+  if (std::isnan(value)) {
+    return nullptr;
+  }
+  const auto& labels = handle_.Labels().numeric;
+  const auto found = labels.find(value);
+  return found == labels.end() ? nullptr : found->second.c_str();
+}
+
+const char* VORN_ValueLabelMap::GetLabel(const std::string& value) const {
+  const auto& labels = handle_.Labels().text;
+  const auto found = labels.find(value);
+  return found == labels.end() ? nullptr : found->second.c_str();
+}
+
+// ---- variables -----------------------------------------------------------
+
+VORN_Variable::VORN_Variable(std::string name, int type, std::string label,
+                             VORN_ValueLabels valueLabels)
+    : name_(std::move(name)),
+      type_(type),
+      label_(std::move(label)),
+      valueLabels_(std::make_shared<const VORN_ValueLabels>(std::move(valueLabels))) {
+  if (type_ < 0) {
+    throw std::invalid_argument("variable " + name_ + ": a string width must be above 0");
+  }
+}
+
+const char* VORN_Variable::GetName() const { return name_.c_str(); }
+
+int VORN_Variable::GetType() const { return type_; }
+
+const char* VORN_Variable::GetLabel() const { return label_.empty() ? nullptr : label_.c_str(); }
+
+const VORN_VLImplPointer& VORN_Variable::GetValueLabels() const { return valueLabels_; }
+
+// ---- data sources --------------------------------------------------------
+
+VORN_DataSource::VORN_DataSource(std::shared_ptr<hostlib::data::Dataset> dataset)
+    : dataset_(std::move(dataset)) {}
+
+VORN_DataSource::~VORN_DataSource() = default;
+
+const VORN_DataSource* VORN_DataSource::GetParentSource() const { return this; }
+
+unsigned int VORN_DataSource::ColumnCount() const { return dataset_ ? dataset_->ColumnCount() : 0; }
+
+int VORN_DataSource::FindVarIndex(const char* name, int /*selector*/) const {
+  return dataset_ && name != nullptr ? dataset_->FindVarIndex(name) : -1;
+}
+
+const VORN_Variable& VORN_DataSource::GetVariable(int index) const {
+  return Data().Variable(index);
+}
+
+hostlib::data::Dataset& VORN_DataSource::Data() const {
+  if (!dataset_) {
+    throw std::logic_error("no dataset is open");
+  }
+  return *dataset_;
+}
+
+// ---- variable sets -------------------------------------------------------
+
+VariableSet::VariableSet(const std::string& name, VariableSetType type) : name_(name), type_(type) {
+  if (type != kVarSet && type != kMultipleCategorySet && type != kMultipleDichotomySet) {
+    throw std::invalid_argument("unknown variable set type " + std::to_string(type));
+  }
+}
+
+VariableSet::VariableSet(const VariableSet&) = default;
+VariableSet::VariableSet(VariableSet&&) noexcept = default;
+VariableSet& VariableSet::operator=(const VariableSet&) = default;
+VariableSet& VariableSet::operator=(VariableSet&&) noexcept = default;
+VariableSet::~VariableSet() = default;
+
+void VariableSet::SetLabel(const std::string& label) { label_ = label; }
+
+void VariableSet::SetValue(const std::string& value) { value_ = value; }
+
+void VariableSet::LabelSetByVariable(bool fromVariables) { labelSetByVariable_ = fromVariables; }
+
+void VariableSet::UseVariableCategoryLabels(bool useValueLabels) {
+  useVariableCategoryLabels_ = useValueLabels;
+}
+
+void VariableSet::AddVariableName(const std::string& name) { variableNames_.push_back(name); }
+
+namespace {
+
+std::string InCase(const std::string& text, ChangeCase changeCase) {
+  switch (changeCase) {
+    case kUpperCase:
+      return hostlib::strings::UpperCase(text);
+    case kAsStored:
+      return text;
+  }
+  throw std::invalid_argument("unknown ChangeCase " + std::to_string(changeCase));
+}
+
+}  // namespace
+
+std::string VariableSet::GetName(ChangeCase changeCase) const { return InCase(name_, changeCase); }
+
+VariableSet::VariableSetType VariableSet::GetType() const { return type_; }
+
+const std::string& VariableSet::GetLabel() const { return label_; }
+
+const std::string& VariableSet::GetValue() const { return value_; }
+
+bool VariableSet::qLabelSetByVariable() const { return labelSetByVariable_; }
+
+bool VariableSet::qUseVariableCategoryLabels() const { return useVariableCategoryLabels_; }
+
+std::vector<std::string> VariableSet::GetVariableNames(ChangeCase changeCase) const {
+  std::vector<std::string> names;
+  names.reserve(variableNames_.size());
+  for (const auto& name : variableNames_) {
+    names.push_back(InCase(name, changeCase));
+  }
+  return names;
+}
+
+const std::string& VariableSet::StoreExtras() const { return storeExtras_; }
+
+void VariableSet::SetStoreExtras(std::string extras) { storeExtras_ = std::move(extras); }
+
+namespace {
+
+void CheckSetsType(VarSetsType type) {
+  if (type != kMultipleResponseSets) {
+    throw std::invalid_argument("unknown VarSetsType " + std::to_string(type));
+  }
+}
+
+}  // namespace
+
+std::vector<VariableSet> VariableSets(const VORN_DataSource& dataSource, VarSetsType type) {
+  CheckSetsType(type);
+  return dataSource.Data().MultipleResponseSets();
+}
+
+void SaveVariableSets(const std::vector<VariableSet>& sets, VORN_DataSource& dataSource,
+                      VarSetsType type) {
+  CheckSetsType(type);
+  dataSource.Data().ReplaceMultipleResponseSets(sets);
+}

@@ -1,0 +1,44 @@
+// Renderers of the output document. All three walk the same items; each can
+// write a run's output in steps (items from index k on), so that a program
+// can show every command's output as soon as the command ends.
+//
+// Use: Begin once, Write after each command with the index of the first item
+// not yet written, End once. Render does all three for a whole document.
+#pragma once
+
+#include <cstddef>
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "hostlib/output/document.h"
+
+namespace hostlib::output {
+
+enum class Format { kText, kJson, kHtml };
+
+// "text", "json" or "html"; nothing for any other name.
+std::optional<Format> ParseFormat(std::string_view name);
+
+class Renderer {
+ public:
+  virtual ~Renderer() = default;
+  // What comes before the first item (the JSON and HTML document heads).
+  virtual void Begin(std::ostream& out) = 0;
+  // Items [first, Items().size()) of the document.
+  virtual void Write(const Document& document, std::size_t first, std::ostream& out) = 0;
+  // What comes after the last item.
+  virtual void End(std::ostream& out) = 0;
+};
+
+std::unique_ptr<Renderer> MakeTextRenderer();
+std::unique_ptr<Renderer> MakeJsonRenderer();
+std::unique_ptr<Renderer> MakeHtmlRenderer();
+std::unique_ptr<Renderer> MakeRenderer(Format format);
+
+// The whole document in one format.
+std::string Render(Format format, const Document& document);
+
+}  // namespace hostlib::output

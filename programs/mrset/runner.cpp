@@ -1,0 +1,90 @@
+#include "programs/mrset/runner.h"
+
+#include <exception>
+#include <ostream>
+
+#include "host/output.h"
+#include "host/syntax.h"
+#include "hostlib/data/dataset.h"
+#include "hostlib/session/session.h"
+#include "hostlib/strings/unicode.h"
+
+namespace mrset_program {
+namespace {
+
+using hostlib::Session;
+
+std::string Where(const hostlib::syntax::SourcePosition& position, const std::string& source) {
+  return "Line " + std::to_string(position.line) + ", column " + std::to_string(position.column) +
+         " of " + source + ": ";
+}
+
+}  // namespace
+
+Runner::Runner(const CommandModule& module, hostlib::data::DatasetStore* store, bool saveDataset,
+               hostlib::output::Renderer& renderer, std::ostream& out)
+    : module_(module), store_(store), saveDataset_(saveDataset), renderer_(renderer), out_(out) {}
+
+void Runner::RunText(std::string_view text, const std::string& source) {
+  for (const auto& command : hostlib::syntax::SplitCommands(text)) RunCommand(command, source);
+}
+
+void Runner::RunCommand(const hostlib::syntax::SplitCommand& split, const std::string& source) {
+  if (split.comment) return;
+  Session::Instance().BeginCommand(++commandNumber_, split.command);
+  if (split.error) {
+    ReportHostError(Where(split.error->position, source) + split.error->message);
+  } else if (split.command->At(0).type != TokenSequenceBase::kString) {
+    ReportHostError(Where(split.start, source) + "A command name was expected. Found \"" +
+                    split.command->TokenText(0) + "\".");
+  } else if (hostlib::strings::UpperCase(split.command->TokenText(0)) != "MRSET") {
+    ReportHostError(Where(split.start, source) + "\"" + split.command->TokenText(0) +
+                    "\" is not a command of this program; it was skipped.");
+  } else {
+    RunModule();
+  }
+  Session::Instance().EndCommand();
+  WriteNewOutput();
+}
+
+void Runner::RunModule() {
+  const auto dataset = Session::Instance().ActiveDataset();
+  const auto revision = dataset ? dataset->SetsRevision() : 0;
+  try {
+    module_.Run();
+  } catch (const std::exception& failure) {
+    // The module saves last, so nothing of a command that threw was saved.
+    ReportHostError(std::string("The command was stopped by a failure and changed nothing: ") +
+                    failure.what());
+    return;
+  } catch (...) {
+    ReportHostError("The command was stopped by an unknown failure and changed nothing.");
+    return;
+  }
+  if (dataset && dataset->SetsRevision() != revision) SaveDatasetIfChanged();
+}
+
+void Runner::SaveDatasetIfChanged() {
+  if (store_ == nullptr || !saveDataset_) return;
+  const auto dataset = Session::Instance().ActiveDataset();
+  try {
+    if (store_->WouldChange(*dataset)) store_->Save(*dataset);
+  } catch (const std::exception& failure) {
+    ReportHostError(std::string("The dataset was not saved: ") + failure.what());
+  }
+}
+
+void Runner::ReportHostError(const std::string& text) {
+  BpError(BpString(text, true), kShowInOutput, kErrorLevel);
+}
+
+void Runner::WriteNewOutput() {
+  const auto& document = Session::Instance().Output();
+  renderer_.Write(document, written_, out_);
+  written_ = document.Items().size();
+  out_.flush();
+}
+
+bool Runner::HadErrors() const { return Session::Instance().Output().ErrorCount() > 0; }
+
+}  // namespace mrset_program

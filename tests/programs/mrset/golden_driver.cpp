@@ -1,0 +1,219 @@
+// Runs the mrset program on each case file of cases/ and compares what it
+// writes, its exit status and the dataset it leaves with the case's
+// expectations.
+//
+// A case file is a run of sections, each opened by a line "==== KIND REST":
+//   ==== dataset FILE      copy data/FILE to a fresh folder; runs get -d on it
+//   ==== run ARGS          run mrset with ARGS on the syntax that follows
+//   ==== output            what the run writes (JSON compared as JSON)
+//   ==== exit N            the run's exit status (0 when absent)
+//   ==== sets              the dataset's multipleResponseSets after the run
+//   ==== file              the whole dataset file after the run (as JSON)
+// Lines before the first section and lines starting with "#" in the dataset
+// section are comments. Set MRSET_UPDATE_GOLDEN=1 to rewrite the expected
+// output of failing cases (review the diff before committing it).
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+struct RunSpec {
+  std::string args;
+  std::string syntax;
+  std::optional<std::string> output;
+  int exitStatus = 0;
+  std::optional<std::string> sets;
+  std::optional<std::string> file;
+};
+
+struct Case {
+  std::string dataset;
+  std::vector<RunSpec> runs;
+};
+
+std::string ReadFile(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+void WriteFile(const fs::path& path, const std::string& text) {
+  std::ofstream out(path, std::ios::binary);
+  out << text;
+}
+
+Case ParseCase(const std::string& text) {
+  Case parsed;
+  std::istringstream in(text);
+  std::string line;
+  std::string* body = nullptr;
+  std::string scratch;
+  while (std::getline(in, line)) {
+    if (line.rfind("==== ", 0) != 0) {
+      if (body != nullptr) *body += line + "\n";
+      continue;
+    }
+    std::istringstream header(line.substr(5));
+    std::string kind;
+    header >> kind;
+    std::string rest;
+    std::getline(header, rest);
+    if (!rest.empty() && rest.front() == ' ') rest.erase(0, 1);
+    if (kind == "dataset") {
+      parsed.dataset = rest;
+      body = &scratch;
+    } else if (kind == "run") {
+      parsed.runs.push_back(RunSpec{rest, "", {}, 0, {}, {}});
+      body = &parsed.runs.back().syntax;
+    } else if (kind == "output") {
+      body = &parsed.runs.back().output.emplace();
+    } else if (kind == "exit") {
+      parsed.runs.back().exitStatus = std::stoi(rest);
+      body = &scratch;
+    } else if (kind == "sets") {
+      body = &parsed.runs.back().sets.emplace();
+    } else if (kind == "file") {
+      body = &parsed.runs.back().file.emplace();
+    } else {
+      throw std::runtime_error("unknown section: " + line);
+    }
+  }
+  return parsed;
+}
+
+struct Result {
+  std::string output;
+  int exitStatus = -1;
+};
+
+Result RunProgram(const std::string& commandLine) {
+  Result result;
+  FILE* pipe = popen(commandLine.c_str(), "r");
+  if (pipe == nullptr) return result;
+  std::array<char, 4096> buffer{};
+  std::size_t n = 0;
+  while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) {
+    result.output.append(buffer.data(), n);
+  }
+  const int status = pclose(pipe);
+  result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return result;
+}
+
+bool LooksLikeJson(const std::string& text) {
+  const auto first = text.find_first_not_of(" \t\r\n");
+  return first != std::string::npos && (text[first] == '{' || text[first] == '[');
+}
+
+// JSON is compared as JSON (key order included); anything else as text.
+void ExpectSameOutput(const std::string& expected, const std::string& actual,
+                      const std::string& what) {
+  if (LooksLikeJson(expected) && Json::accept(actual)) {
+    EXPECT_EQ(Json::parse(expected).dump(2), Json::parse(actual).dump(2)) << what;
+  } else {
+    EXPECT_EQ(expected, actual) << what;
+  }
+}
+
+std::string Quote(const std::string& text) {
+  std::string quoted = "'";
+  for (const char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
+}
+
+fs::path CasesDir() { return fs::path(MRSET_E2E_DIR) / "cases"; }
+
+std::vector<std::string> CaseNames() {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(CasesDir())) {
+    if (entry.path().extension() == ".test") names.push_back(entry.path().stem().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+class GoldenCase : public testing::TestWithParam<std::string> {};
+
+TEST_P(GoldenCase, MatchesExpectations) {
+  const fs::path casePath = CasesDir() / (GetParam() + ".test");
+  const std::string caseText = ReadFile(casePath);
+  const Case parsed = ParseCase(caseText);
+  ASSERT_FALSE(parsed.runs.empty()) << casePath;
+
+  const fs::path work =
+      fs::temp_directory_path() / ("mrset-e2e-" + GetParam() + "-" + std::to_string(::getpid()));
+  fs::remove_all(work);
+  fs::create_directories(work);
+  fs::path dataset;
+  if (!parsed.dataset.empty()) {
+    dataset = work / fs::path(parsed.dataset).filename();
+    fs::copy_file(fs::path(MRSET_E2E_DIR) / "data" / parsed.dataset, dataset);
+  }
+
+  std::string updated = caseText;
+  bool rewrite = false;
+  for (std::size_t i = 0; i < parsed.runs.size(); ++i) {
+    const RunSpec& run = parsed.runs[i];
+    const std::string what = casePath.string() + ", run " + std::to_string(i + 1);
+    const fs::path syntax = work / ("run" + std::to_string(i + 1) + ".sps");
+    WriteFile(syntax, run.syntax);
+    std::string commandLine = "cd " + Quote(work.string()) + " && " + Quote(MRSET_PROGRAM);
+    if (!dataset.empty()) commandLine += " -d " + Quote(dataset.filename().string());
+    commandLine += " " + run.args + " " + Quote(syntax.filename().string()) + " 2>&1";
+    const Result result = RunProgram(commandLine);
+
+    EXPECT_EQ(run.exitStatus, result.exitStatus) << what << "\n" << result.output;
+    if (run.output) {
+      ExpectSameOutput(*run.output, result.output, what);
+      if (std::getenv("MRSET_UPDATE_GOLDEN") != nullptr && *run.output != result.output &&
+          !(LooksLikeJson(*run.output) && Json::accept(result.output) &&
+            Json::parse(*run.output) == Json::parse(result.output))) {
+        const auto at = updated.find(*run.output);
+        if (at != std::string::npos) {
+          updated.replace(at, run.output->size(), result.output);
+          rewrite = true;
+        }
+      }
+    }
+    if (run.sets || run.file) {
+      ASSERT_FALSE(dataset.empty()) << what << ": a case that checks the dataset needs one";
+      const Json file = Json::parse(ReadFile(dataset));
+      if (run.sets) {
+        const Json sets =
+            file.contains("multipleResponseSets") ? file["multipleResponseSets"] : Json::array();
+        EXPECT_EQ(Json::parse(*run.sets).dump(2), sets.dump(2)) << what << ": sets";
+      }
+      if (run.file) {
+        EXPECT_EQ(Json::parse(*run.file).dump(2), file.dump(2)) << what << ": file";
+      }
+    }
+  }
+  if (rewrite) WriteFile(casePath, updated);
+  fs::remove_all(work);
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, GoldenCase, testing::ValuesIn(CaseNames()),
+                         [](const testing::TestParamInfo<std::string>& info) {
+                           std::string name = info.param;
+                           for (char& c : name) {
+                             if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+                           }
+                           return name;
+                         });
+
+}  // namespace
