@@ -1,26 +1,45 @@
 #include "hostlib/files/files.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <utility>
 
 namespace hostlib::files {
 
 namespace fs = std::filesystem;
 
-std::string ReadWholeFile(const fs::path& path) {
+namespace {
+
+FileIdentity IdentityOf(const struct stat& info) {
+  return {info.st_dev, info.st_ino, info.st_size, info.st_mtim};
+}
+
+}  // namespace
+
+std::string ReadWholeFile(const fs::path& path, FileIdentity* identity) {
   const auto fail = [&path](int error) {
     throw FileError(path.string() + ": cannot be read: " + std::strerror(error));
   };
   FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!fd) {
     fail(errno);
+  }
+  if (identity != nullptr) {
+    struct stat info {};
+    if (::fstat(fd.Get(), &info) != 0) {
+      fail(errno);
+    }
+    *identity = IdentityOf(info);
   }
   std::string text;
   std::array<char, 65536> buffer;
@@ -37,6 +56,15 @@ std::string ReadWholeFile(const fs::path& path) {
     }
     text.append(buffer.data(), static_cast<std::size_t>(count));
   }
+}
+
+bool IdentifyFile(const fs::path& path, FileIdentity& identity) {
+  struct stat info {};
+  if (::stat(path.c_str(), &info) != 0) {
+    return false;
+  }
+  identity = IdentityOf(info);
+  return true;
 }
 
 namespace {
@@ -83,6 +111,37 @@ void WriteAll(int fd, std::string_view contents, const SaveFailure& fail, const 
   }
 }
 
+struct Temporary {
+  FileDescriptor file;
+  TemporaryFile name;
+};
+
+// A new, empty file beside `target`, named after it.
+Temporary CreateTemporaryBeside(const fs::path& target, const SaveFailure& fail) {
+  const fs::path directory = target.has_parent_path() ? target.parent_path() : fs::path(".");
+  const std::string stem = (directory / ("." + target.filename().string() + ".tmp")).string();
+  static unsigned counter = 0;
+  int fd = -1;
+  std::string temporaryPath;
+  do {
+    temporaryPath = stem + std::to_string(::getpid()) + "." + std::to_string(++counter);
+    fd = ::open(temporaryPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  } while (fd < 0 && errno == EEXIST);
+  if (fd < 0) {
+    fail("cannot create a temporary file in " + directory.string(), errno);
+  }
+  return Temporary{FileDescriptor(fd), TemporaryFile(temporaryPath)};
+}
+
+void SyncDirectoryOf(const fs::path& target, const SaveFailure& fail) {
+  const fs::path directory = target.has_parent_path() ? target.parent_path() : fs::path(".");
+  FileDescriptor dir(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  // Some file systems cannot sync a directory; the rename has happened anyway.
+  if (dir && ::fsync(dir.Get()) != 0 && errno != EINVAL) {
+    fail("cannot sync the directory " + directory.string(), errno);
+  }
+}
+
 }  // namespace
 
 // A reader sees the old file or the new one, never a mix: the text goes to a
@@ -97,23 +156,9 @@ void WriteFileAtomically(const fs::path& path, std::string_view contents) {
       target = std::move(resolved);
     }
   }
-  const fs::path directory = target.has_parent_path() ? target.parent_path() : fs::path(".");
+  auto [file, temporary] = CreateTemporaryBeside(target, fail);
 
-  const std::string stem = (directory / ("." + target.filename().string() + ".tmp")).string();
-  static unsigned counter = 0;
-  int fd = -1;
-  std::string temporaryPath;
-  do {
-    temporaryPath = stem + std::to_string(::getpid()) + "." + std::to_string(++counter);
-    fd = ::open(temporaryPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  } while (fd < 0 && errno == EEXIST);
-  if (fd < 0) {
-    fail("cannot create a temporary file in " + directory.string(), errno);
-  }
-  FileDescriptor file(fd);
-  TemporaryFile temporary(temporaryPath);
-
-  const std::string writing = "cannot write " + temporaryPath;
+  const std::string writing = "cannot write " + temporary.Path();
   struct stat old {};
   if (::stat(target.c_str(), &old) == 0 && ::fchmod(file.Get(), old.st_mode & 07777) != 0) {
     fail(writing, errno);
@@ -129,12 +174,62 @@ void WriteFileAtomically(const fs::path& path, std::string_view contents) {
     fail("cannot replace the file", errno);
   }
   temporary.Keep();
+  SyncDirectoryOf(target, fail);
+}
 
-  FileDescriptor dir(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  // Some file systems cannot sync a directory; the rename has happened anyway.
-  if (dir && ::fsync(dir.Get()) != 0 && errno != EINVAL) {
-    fail("cannot sync the directory " + directory.string(), errno);
+void CreateFileAtomically(const fs::path& path, const std::function<void(const fs::path&)>& fill) {
+  const SaveFailure fail(path);
+  auto [reserved, temporary] = CreateTemporaryBeside(path, fail);
+  reserved.Close();
+  fill(temporary.Path());
+  const std::string writing = "cannot write " + temporary.Path();
+  FileDescriptor file(::open(temporary.Path().c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file || ::fsync(file.Get()) != 0) {
+    fail(writing, errno);
   }
+  // Unlike rename, link never replaces what is there.
+  if (::link(temporary.Path().c_str(), path.c_str()) != 0) {
+    fail(errno == EEXIST ? "the file already exists" : "cannot create the file", errno);
+  }
+  SyncDirectoryOf(path, fail);
+}
+
+void CreateFileAtomically(const fs::path& path, std::string_view contents) {
+  const SaveFailure fail(path);
+  CreateFileAtomically(path, [&](const fs::path& temporary) {
+    FileDescriptor file(::open(temporary.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
+    const std::string writing = "cannot write " + temporary.string();
+    if (!file) fail(writing, errno);
+    WriteAll(file.Get(), contents, fail, writing);
+    if (file.Close() != 0) fail(writing, errno);
+  });
+}
+
+FileLock::Outcome FileLock::Acquire(const fs::path& path, std::chrono::milliseconds timeout) {
+  FileDescriptor fd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+  if (!fd && (errno == EACCES || errno == EROFS || errno == EPERM)) {
+    // A lock file that exists can be locked through a descriptor for reading.
+    fd = FileDescriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd) return Outcome::kNotPermitted;
+  }
+  if (!fd) {
+    throw FileError(path.string() + ": cannot open the lock file: " + std::strerror(errno));
+  }
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  auto pause = std::chrono::milliseconds(1);
+  while (::flock(fd.Get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno == EINTR) continue;
+    if (errno != EWOULDBLOCK) {
+      throw FileError(path.string() + ": cannot lock: " + std::strerror(errno));
+    }
+    const auto now = std::chrono::steady_clock::now();
+    if (now >= deadline) return Outcome::kTimedOut;
+    std::this_thread::sleep_for(
+        std::min<std::chrono::steady_clock::duration>(pause, deadline - now));
+    pause = std::min(pause * 2, std::chrono::milliseconds(50));
+  }
+  fd_ = std::move(fd);
+  return Outcome::kHeld;
 }
 
 }  // namespace hostlib::files

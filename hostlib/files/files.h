@@ -3,9 +3,13 @@
 // old file as it was.
 #pragma once
 
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <ctime>
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -22,9 +26,17 @@ class FileError : public std::runtime_error {
 // Owns an open file descriptor.
 class FileDescriptor {
  public:
-  explicit FileDescriptor(int fd) : fd_(fd) {}
+  explicit FileDescriptor(int fd = -1) : fd_(fd) {}
   FileDescriptor(const FileDescriptor&) = delete;
   FileDescriptor& operator=(const FileDescriptor&) = delete;
+  FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+    if (this != &other) {
+      if (fd_ >= 0) ::close(fd_);
+      fd_ = std::exchange(other.fd_, -1);
+    }
+    return *this;
+  }
   ~FileDescriptor() {
     if (fd_ >= 0) {
       ::close(fd_);
@@ -39,10 +51,52 @@ class FileDescriptor {
   int fd_;
 };
 
-std::string ReadWholeFile(const std::filesystem::path& path);
+// What tells one state of a file from another: every all-or-nothing write
+// makes a new inode, and an edit in place changes the size or the time.
+struct FileIdentity {
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  timespec modified{};
+  friend bool operator==(const FileIdentity& a, const FileIdentity& b) {
+    return a.device == b.device && a.inode == b.inode && a.size == b.size &&
+           a.modified.tv_sec == b.modified.tv_sec && a.modified.tv_nsec == b.modified.tv_nsec;
+  }
+};
+
+// `identity`, when given, receives the identity of the very file read.
+std::string ReadWholeFile(const std::filesystem::path& path, FileIdentity* identity = nullptr);
+
+// The identity of the file at `path` now; false when it cannot be had.
+bool IdentifyFile(const std::filesystem::path& path, FileIdentity& identity);
 
 // Writes `contents` to a temporary file beside `path`, syncs it and renames
 // it over `path` (through a symbolic link, onto the file it points at).
 void WriteFileAtomically(const std::filesystem::path& path, std::string_view contents);
+
+// Makes a new file at `path` all or nothing: `fill` writes the temporary
+// file whose name it is given; once it has reached the disk, it is linked
+// in as `path`. Fails, leaving `path` as it was, when `path` exists.
+void CreateFileAtomically(const std::filesystem::path& path,
+                          const std::function<void(const std::filesystem::path&)>& fill);
+void CreateFileAtomically(const std::filesystem::path& path, std::string_view contents);
+
+// An exclusive lock (flock) on a lock file, which is made when missing and
+// never removed: removing it would let two processes lock two files of one
+// name. The kernel drops the lock when its holder dies.
+class FileLock {
+ public:
+  enum class Outcome { kHeld, kTimedOut, kNotPermitted };
+
+  // Waits up to `timeout` for the lock. kNotPermitted: the lock file cannot
+  // be made for lack of rights (then nothing is held). Throws FileError for
+  // any other failure.
+  Outcome Acquire(const std::filesystem::path& path, std::chrono::milliseconds timeout);
+  void Release() { fd_ = FileDescriptor(); }
+  bool Held() const { return static_cast<bool>(fd_); }
+
+ private:
+  FileDescriptor fd_;
+};
 
 }  // namespace hostlib::files
