@@ -25,8 +25,8 @@ namespace {
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
-const std::string kFieldsKey = "fields";
-const std::string kSetsKey = "multipleResponseSets";
+const std::string kFieldsKey = kCodebookFieldsKey;
+const std::string kSetsKey = kCodebookSetsKey;
 constexpr int kDefaultStringWidth = 255;
 constexpr int kMaxStringWidth = 32767;
 
@@ -48,9 +48,9 @@ std::string Child(const std::string& place, std::size_t index) {
 
 // ---- reading -------------------------------------------------------------
 
-std::string ReadFile(const fs::path& path) {
+std::string ReadFile(const fs::path& path, files::FileIdentity& identity) {
   try {
-    return files::ReadWholeFile(path);
+    return files::ReadWholeFile(path, &identity);
   } catch (const files::FileError& error) {
     throw DatasetError(error.what());
   }
@@ -356,7 +356,9 @@ Json RenderNumber(double value) {
   return value;
 }
 
-Json RenderField(const VORN_Variable& variable) {
+}  // namespace
+
+Json RenderCodebookField(const VORN_Variable& variable) {
   Json field = Json::object();
   field["name"] = variable.GetName();
   if (variable.GetType() > 0) {
@@ -384,6 +386,8 @@ Json RenderField(const VORN_Variable& variable) {
   }
   return field;
 }
+
+namespace {
 
 Json RenderSet(const VariableSet& set) {
   Json out = Json::object();
@@ -416,13 +420,17 @@ Json RenderSet(const VariableSet& set) {
   return out;
 }
 
-Json RenderSets(const std::vector<VariableSet>& sets) {
+}  // namespace
+
+Json RenderCodebookSets(const std::vector<VariableSet>& sets) {
   Json out = Json::array();
   for (const auto& set : sets) {
     out.push_back(RenderSet(set));
   }
   return out;
 }
+
+namespace {
 
 // ---- all-or-nothing write ------------------------------------------------
 
@@ -440,7 +448,8 @@ CodebookFile::CodebookFile(std::filesystem::path path) : path_(std::move(path)) 
 
 Dataset CodebookFile::Load() {
   const std::string file = path_.string();
-  Json document = ParseDocument(ReadFile(path_), file);
+  files::FileIdentity identity;
+  Json document = ParseDocument(ReadFile(path_, identity), file);
   if (!document.is_object()) {
     throw DatasetError(file + ": the top level must be a JSON object");
   }
@@ -451,7 +460,34 @@ Dataset CodebookFile::Load() {
   document_ = std::move(document);
   storedSets_ = std::move(sets);
   loaded_ = true;
+  identity_ = identity;
   return dataset;
+}
+
+std::optional<Dataset> CodebookFile::BeginCommand(std::chrono::milliseconds timeout) {
+  std::error_code ignored;
+  fs::path target = fs::weakly_canonical(path_, ignored);
+  if (ignored) target = path_;
+  const fs::path lockPath = target.string() + ".lock";
+  files::FileLock::Outcome outcome{};
+  try {
+    outcome = lock_.Acquire(lockPath, timeout);
+  } catch (const files::FileError& error) {
+    throw DatasetError(path_.string() + ": " + error.what());
+  }
+  if (outcome == files::FileLock::Outcome::kTimedOut) {
+    throw DatasetError(LockTimeoutMessage(path_, timeout));
+  }
+  // kNotPermitted: nobody without rights to the folder can lock, and such a
+  // process cannot save here either; the command reads whole files anyway.
+  files::FileIdentity now;
+  if (loaded_ && files::IdentifyFile(path_, now) && now == identity_) return std::nullopt;
+  try {
+    return Load();
+  } catch (...) {
+    lock_.Release();
+    throw;
+  }
 }
 
 bool CodebookFile::WouldChange(const Dataset& dataset) const {
@@ -459,11 +495,11 @@ bool CodebookFile::WouldChange(const Dataset& dataset) const {
 }
 
 Json CodebookFile::Render(const Dataset& dataset) const {
-  Json sets = RenderSets(dataset.MultipleResponseSets());
+  Json sets = RenderCodebookSets(dataset.MultipleResponseSets());
   if (!loaded_) {
     Json fields = Json::array();
     for (const auto& variable : dataset.Variables()) {
-      fields.push_back(RenderField(variable));
+      fields.push_back(RenderCodebookField(variable));
     }
     return {{kFieldsKey, std::move(fields)}, {kSetsKey, std::move(sets)}};
   }
@@ -484,6 +520,8 @@ void CodebookFile::Save(const Dataset& dataset) {
     throw DatasetError(path_.string() + ": not saved: " + error.what());
   }
   ReplaceFile(path_, text);
+  // Under the lock nobody else replaces the file between the write and this.
+  if (!files::IdentifyFile(path_, identity_)) identity_ = {};
   document_ = std::move(document);
   storedSets_ = dataset.MultipleResponseSets();
   loaded_ = true;

@@ -1,9 +1,18 @@
 // Where a dataset lives between runs: a file that the program loads once and
 // writes back after each command that saved sets.
+//
+// Each command is one unit of work: BeginCommand takes the store's lock (no
+// other process changes the dataset until EndCommand or AbortCommand) and
+// hands back the dataset anew when another process changed it since this
+// store last read or wrote it. Save inside a command belongs to that unit.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
+#include <optional>
+#include <string>
+#include <utility>
 
 #include "hostlib/data/dataset.h"
 
@@ -30,9 +39,57 @@ class DatasetStore {
   // was, and DatasetError names the file and the fault. Whatever the store
   // read and does not interpret is written back unchanged.
   virtual void Save(const Dataset& dataset) = 0;
+
+  // Takes the lock for one command, waiting for it up to `timeout`; throws
+  // DatasetError when the wait is longer or the file has become unreadable
+  // (the lock is then not held). Returns the dataset as the file now holds
+  // it when that differs from what this store last read or wrote.
+  virtual std::optional<Dataset> BeginCommand(std::chrono::milliseconds timeout) = 0;
+  // Makes what Save wrote during the command final and releases the lock.
+  // Throws DatasetError when that fails; then nothing of the command is kept
+  // and the lock is released all the same.
+  virtual void EndCommand() = 0;
+  // Drops what the command wrote, where the store can, and releases the lock.
+  virtual void AbortCommand() noexcept = 0;
 };
 
-// The store for a dataset file.
+// One command's hold on a store: aborts the command unless Finish was called.
+class CommandScope {
+ public:
+  CommandScope(DatasetStore& store, std::chrono::milliseconds timeout)
+      : store_(&store), reloaded_(store.BeginCommand(timeout)) {}
+  CommandScope(const CommandScope&) = delete;
+  CommandScope& operator=(const CommandScope&) = delete;
+  ~CommandScope() {
+    if (store_ != nullptr) store_->AbortCommand();
+  }
+
+  // The dataset reloaded when the command began, when it changed.
+  std::optional<Dataset>& Reloaded() { return reloaded_; }
+  // Ends the command; throws as DatasetStore::EndCommand.
+  void Finish() {
+    DatasetStore* store = std::exchange(store_, nullptr);
+    store->EndCommand();
+  }
+
+ private:
+  DatasetStore* store_;
+  std::optional<Dataset> reloaded_;
+};
+
+// The store for a dataset file, chosen by what the file holds: an SQLite
+// database or a codebook file (JSON). A missing file gets the store its name
+// suggests (.db, .sqlite, .sqlite3: the database), whose Load reports it.
+// Throws DatasetError, naming the file, for a file that is neither.
 std::unique_ptr<DatasetStore> OpenDatasetStore(const std::filesystem::path& path);
+
+// How long a command waits for the lock: MRSET_LOCK_TIMEOUT (seconds, a
+// number of at least 0) when set, else 10 seconds. Throws DatasetError for a
+// value that is not such a number.
+std::chrono::milliseconds LockTimeoutFromEnvironment();
+
+// What a command that waited `timeout` in vain for the lock is told.
+std::string LockTimeoutMessage(const std::filesystem::path& path,
+                               std::chrono::milliseconds timeout);
 
 }  // namespace hostlib::data
