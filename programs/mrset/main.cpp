@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -94,8 +95,10 @@ int Run(const Options& options) {
 
   std::unique_ptr<hostlib::data::DatasetStore> store;
   auto& session = hostlib::Session::Instance();
+  std::chrono::milliseconds lockTimeout{};
   if (!options.data.empty()) {
     try {
+      lockTimeout = hostlib::data::LockTimeoutFromEnvironment();
       store = hostlib::data::OpenDatasetStore(options.data);
       session.OpenDataset(std::make_shared<hostlib::data::Dataset>(store->Load()));
     } catch (const std::exception& failure) {
@@ -119,7 +122,7 @@ int Run(const Options& options) {
   std::ostream& out = options.output.empty() ? std::cout : captured;
 
   renderer->Begin(out);
-  mrset_program::Runner runner(*module, store.get(), !options.noSave, *renderer, out);
+  mrset_program::Runner runner(*module, store.get(), !options.noSave, lockTimeout, *renderer, out);
   if (prompt) {
     mrset_program::RunPrompt(runner);
   } else {

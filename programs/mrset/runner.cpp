@@ -1,6 +1,8 @@
 #include "programs/mrset/runner.h"
 
 #include <exception>
+#include <memory>
+#include <optional>
 #include <ostream>
 
 #include "host/output.h"
@@ -22,8 +24,14 @@ std::string Where(const hostlib::syntax::SourcePosition& position, const std::st
 }  // namespace
 
 Runner::Runner(const CommandModule& module, hostlib::data::DatasetStore* store, bool saveDataset,
-               hostlib::output::Renderer& renderer, std::ostream& out)
-    : module_(module), store_(store), saveDataset_(saveDataset), renderer_(renderer), out_(out) {}
+               std::chrono::milliseconds lockTimeout, hostlib::output::Renderer& renderer,
+               std::ostream& out)
+    : module_(module),
+      store_(store),
+      saveDataset_(saveDataset),
+      lockTimeout_(lockTimeout),
+      renderer_(renderer),
+      out_(out) {}
 
 void Runner::RunText(std::string_view text, const std::string& source) {
   for (const auto& command : hostlib::syntax::SplitCommands(text)) RunCommand(command, source);
@@ -48,6 +56,20 @@ void Runner::RunCommand(const hostlib::syntax::SplitCommand& split, const std::s
 }
 
 void Runner::RunModule() {
+  std::optional<hostlib::data::CommandScope> scope;
+  if (store_ != nullptr) {
+    try {
+      scope.emplace(*store_, lockTimeout_);
+    } catch (const std::exception& failure) {
+      ReportHostError(std::string("The command was not run: ") + failure.what());
+      return;
+    }
+    // Another process changed the dataset since it was read: run on its sets.
+    if (auto& reloaded = scope->Reloaded()) {
+      Session::Instance().OpenDataset(
+          std::make_shared<hostlib::data::Dataset>(std::move(*reloaded)));
+    }
+  }
   const auto dataset = Session::Instance().ActiveDataset();
   const auto revision = dataset ? dataset->SetsRevision() : 0;
   try {
@@ -61,16 +83,25 @@ void Runner::RunModule() {
     ReportHostError("The command was stopped by an unknown failure and changed nothing.");
     return;
   }
-  if (dataset && dataset->SetsRevision() != revision) SaveDatasetIfChanged();
+  if (dataset && dataset->SetsRevision() != revision && SaveDatasetIfChanged() && scope) {
+    try {
+      scope->Finish();
+    } catch (const std::exception& failure) {
+      ReportHostError(std::string("The dataset was not saved: ") + failure.what());
+    }
+  }
 }
 
-void Runner::SaveDatasetIfChanged() {
-  if (store_ == nullptr || !saveDataset_) return;
+bool Runner::SaveDatasetIfChanged() {
+  if (store_ == nullptr || !saveDataset_) return false;
   const auto dataset = Session::Instance().ActiveDataset();
   try {
-    if (store_->WouldChange(*dataset)) store_->Save(*dataset);
+    if (!store_->WouldChange(*dataset)) return false;
+    store_->Save(*dataset);
+    return true;
   } catch (const std::exception& failure) {
     ReportHostError(std::string("The dataset was not saved: ") + failure.what());
+    return false;
   }
 }
 

@@ -1,8 +1,11 @@
 // Runs commands against the host: MRSET goes to the command module, any
 // other command is a host error; the output is written after each command,
-// and the dataset file after each command that changed its sets.
+// and the dataset file after each command that changed its sets. Each MRSET
+// command holds the dataset store's lock from before it reads the sets until
+// after it saved them.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <iosfwd>
 #include <memory>
@@ -18,9 +21,11 @@ namespace mrset_program {
 
 class Runner {
  public:
-  // `store` may be null (no dataset); `saveDataset` false never writes it.
+  // `store` may be null (no dataset); `saveDataset` false never writes it;
+  // a command waits up to `lockTimeout` for the store's lock.
   Runner(const CommandModule& module, hostlib::data::DatasetStore* store, bool saveDataset,
-         hostlib::output::Renderer& renderer, std::ostream& out);
+         std::chrono::milliseconds lockTimeout, hostlib::output::Renderer& renderer,
+         std::ostream& out);
 
   // Every command of a whole text; `source` names it in messages.
   void RunText(std::string_view text, const std::string& source);
@@ -31,13 +36,15 @@ class Runner {
 
  private:
   void RunModule();
-  void SaveDatasetIfChanged();
+  // Whether it wrote the dataset; a failure is reported.
+  bool SaveDatasetIfChanged();
   void ReportHostError(const std::string& text);
   void WriteNewOutput();
 
   const CommandModule& module_;
   hostlib::data::DatasetStore* store_;
   bool saveDataset_;
+  std::chrono::milliseconds lockTimeout_;
   hostlib::output::Renderer& renderer_;
   std::ostream& out_;
   int commandNumber_ = 0;
