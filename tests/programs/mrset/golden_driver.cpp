@@ -12,6 +12,12 @@
 // Lines before the first section and lines starting with "#" in the dataset
 // section are comments. Set MRSET_UPDATE_GOLDEN=1 to rewrite the expected
 // output of failing cases (review the diff before committing it).
+//
+// Every case runs on both stores: as written, on the codebook file, and on a
+// dataset database converted from it, where the program must say and do the
+// same (the database's name read as the file's), and "sets" and "file" are
+// checked on the database converted back (key order within objects aside:
+// a database writes each set's keys in the order a save does).
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -24,6 +30,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -147,40 +154,93 @@ std::vector<std::string> CaseNames() {
   return names;
 }
 
-class GoldenCase : public testing::TestWithParam<std::string> {};
+enum class Store { kCodebook, kDatabase };
+
+void PrintTo(Store store, std::ostream* out) {
+  *out << (store == Store::kDatabase ? "database" : "codebook");
+}
+
+class GoldenCase : public testing::TestWithParam<std::tuple<std::string, Store>> {};
 
 TEST_P(GoldenCase, MatchesExpectations) {
-  const fs::path casePath = CasesDir() / (GetParam() + ".test");
+  const auto& [name, store] = GetParam();
+  const bool database = store == Store::kDatabase;
+  const fs::path casePath = CasesDir() / (name + ".test");
   const std::string caseText = ReadFile(casePath);
   const Case parsed = ParseCase(caseText);
   ASSERT_FALSE(parsed.runs.empty()) << casePath;
+  if (database && parsed.dataset.empty()) GTEST_SKIP() << "no dataset: nothing to store";
 
   const fs::path work =
-      fs::temp_directory_path() / ("mrset-e2e-" + GetParam() + "-" + std::to_string(::getpid()));
+      fs::temp_directory_path() /
+      ("mrset-e2e-" + name + (database ? "-db-" : "-") + std::to_string(::getpid()));
   fs::remove_all(work);
   fs::create_directories(work);
   fs::path dataset;
+  std::string shownName;  // the dataset as the expected output names it
   if (!parsed.dataset.empty()) {
     dataset = work / fs::path(parsed.dataset).filename();
+    shownName = dataset.filename().string();
     fs::copy_file(fs::path(MRSET_E2E_DIR) / "data" / parsed.dataset, dataset);
+    if (database) {
+      const fs::path converted = fs::path(dataset).replace_extension(".db");
+      const Result made = RunProgram(Quote(MRSET_CONVERT) + " " + Quote(dataset.string()) + " " +
+                                     Quote(converted.string()) + " 2>&1");
+      if (made.exitStatus != 0) {
+        fs::remove_all(work);
+        GTEST_SKIP() << "the case's dataset is no codebook a database can be made from: "
+                     << made.output;
+      }
+      dataset = converted;
+    }
   }
+  const auto asShown = [&](std::string output) {
+    if (!database) return output;
+    const std::string used = dataset.filename().string();
+    for (auto at = output.find(used); at != std::string::npos;
+         at = output.find(used, at + shownName.size())) {
+      output.replace(at, used.size(), shownName);
+    }
+    return output;
+  };
+  const auto datasetAsCodebook = [&]() {
+    if (!database) return Json::parse(ReadFile(dataset));
+    const fs::path back = work / "back.json";
+    fs::remove(back);
+    const Result made = RunProgram(Quote(MRSET_CONVERT) + " " + Quote(dataset.string()) + " " +
+                                   Quote(back.string()) + " 2>&1");
+    EXPECT_EQ(made.exitStatus, 0) << made.output;
+    return Json::parse(ReadFile(back));
+  };
+  // A database writes a set's keys in save order: compare objects as maps.
+  const auto expectSame = [&](const std::string& expected, const Json& actual,
+                              const std::string& what) {
+    if (database) {
+      EXPECT_EQ(nlohmann::json::parse(expected), nlohmann::json::parse(actual.dump())) << what;
+    } else {
+      EXPECT_EQ(Json::parse(expected).dump(2), actual.dump(2)) << what;
+    }
+  };
 
   std::string updated = caseText;
   bool rewrite = false;
   for (std::size_t i = 0; i < parsed.runs.size(); ++i) {
     const RunSpec& run = parsed.runs[i];
-    const std::string what = casePath.string() + ", run " + std::to_string(i + 1);
+    const std::string what =
+        casePath.string() + ", run " + std::to_string(i + 1) + (database ? " (database)" : "");
     const fs::path syntax = work / ("run" + std::to_string(i + 1) + ".sps");
     WriteFile(syntax, run.syntax);
     std::string commandLine = "cd " + Quote(work.string()) + " && " + Quote(MRSET_PROGRAM);
     if (!dataset.empty()) commandLine += " -d " + Quote(dataset.filename().string());
     commandLine += " " + run.args + " " + Quote(syntax.filename().string()) + " 2>&1";
-    const Result result = RunProgram(commandLine);
+    Result result = RunProgram(commandLine);
+    result.output = asShown(result.output);
 
     EXPECT_EQ(run.exitStatus, result.exitStatus) << what << "\n" << result.output;
     if (run.output) {
       ExpectSameOutput(*run.output, result.output, what);
-      if (std::getenv("MRSET_UPDATE_GOLDEN") != nullptr && *run.output != result.output &&
+      if (!database && std::getenv("MRSET_UPDATE_GOLDEN") != nullptr &&
+          *run.output != result.output &&
           !(LooksLikeJson(*run.output) && Json::accept(result.output) &&
             Json::parse(*run.output) == Json::parse(result.output))) {
         const auto at = updated.find(*run.output);
@@ -192,28 +252,30 @@ TEST_P(GoldenCase, MatchesExpectations) {
     }
     if (run.sets || run.file) {
       ASSERT_FALSE(dataset.empty()) << what << ": a case that checks the dataset needs one";
-      const Json file = Json::parse(ReadFile(dataset));
+      const Json file = datasetAsCodebook();
       if (run.sets) {
         const Json sets =
             file.contains("multipleResponseSets") ? file["multipleResponseSets"] : Json::array();
-        EXPECT_EQ(Json::parse(*run.sets).dump(2), sets.dump(2)) << what << ": sets";
+        expectSame(*run.sets, sets, what + ": sets");
       }
-      if (run.file) {
-        EXPECT_EQ(Json::parse(*run.file).dump(2), file.dump(2)) << what << ": file";
-      }
+      if (run.file) expectSame(*run.file, file, what + ": file");
     }
   }
   if (rewrite) WriteFile(casePath, updated);
   fs::remove_all(work);
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, GoldenCase, testing::ValuesIn(CaseNames()),
-                         [](const testing::TestParamInfo<std::string>& info) {
-                           std::string name = info.param;
+INSTANTIATE_TEST_SUITE_P(Cases, GoldenCase,
+                         testing::Combine(testing::ValuesIn(CaseNames()),
+                                          testing::Values(Store::kCodebook, Store::kDatabase)),
+                         [](const testing::TestParamInfo<std::tuple<std::string, Store>>& info) {
+                           std::string name = std::get<0>(info.param);
                            for (char& c : name) {
                              if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
                            }
-                           return name;
+                           return name + (std::get<1>(info.param) == Store::kDatabase
+                                              ? "_database"
+                                              : "_codebook");
                          });
 
 }  // namespace
