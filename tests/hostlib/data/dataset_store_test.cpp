@@ -1,0 +1,238 @@
+// Both stores through the DatasetStore interface: conversion that keeps
+// everything, per-command locking and reloading, refusals and failed saves.
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "hostlib/data/codebook_file.h"
+#include "hostlib/data/conversion.h"
+#include "hostlib/data/dataset_store.h"
+#include "hostlib/data/sqlite_store.h"
+
+namespace hostlib::data {
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+using std::chrono::milliseconds;
+
+// Unknown keys at every level, bare and unlabelled categories, a float that
+// is whole, a field without a type, a numeric field with a maxLength.
+constexpr const char* kRichFile = R"({
+  "profile": "tabular-data-resource",
+  "fields": [
+    {"name": "like1", "type": "integer", "title": "Likes apples", "format": "default",
+     "categories": [{"value": 1, "label": "Yes", "note": "kept"}, {"value": 0.0, "label": "No"}, 9],
+     "x-origin": {"survey": [1, 2, {"deep": null}]}},
+    {"title": "", "name": "like2", "type": "number", "constraints": {"minimum": 0, "maxLength": 3}},
+    {"name": "first", "type": "string", "constraints": {"pattern": "[a-z]*", "maxLength": 8},
+     "categories": [{"value": "apple", "label": "Apple"}, {"value": "pear"}]},
+    {"name": "comment"},
+    {"name": "Größe", "type": "date", "categories": []}
+  ],
+  "x-middle": [],
+  "multipleResponseSets": [
+    {"name": "$likes", "type": "dichotomies", "label": "Liked items", "countedValue": "1",
+     "categoryLabels": "variableLabels", "variables": ["like1", "like2"], "x-note": [true]},
+    {"name": "$first", "type": "categories", "variables": ["first", "gone"], "countedValue": "odd"}
+  ],
+  "x-trailer": 1.5
+})";
+
+class StoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (fs::path(::testing::TempDir()) / "stores-XXXXXX").string();
+    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+    dir_ = pattern;
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+
+  fs::path Write(const std::string& name, const std::string& text) const {
+    std::ofstream(dir_ / name, std::ios::binary) << text;
+    return dir_ / name;
+  }
+  static std::string Read(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+  }
+  // The rich codebook as `name`, converted when a database is asked for.
+  fs::path MakeDataset(const std::string& name) const {
+    const fs::path json = Write("source.json", kRichFile);
+    if (FormatFromName(name) == DatasetFormat::kCodebook) return Write(name, kRichFile);
+    ConvertDataset(json, dir_ / name, DatasetFormat::kDatabase);
+    return dir_ / name;
+  }
+
+  fs::path dir_;
+};
+
+VariableSet Category(const std::string& name) {
+  VariableSet set(name, VariableSet::kMultipleCategorySet);
+  set.AddVariableName("first");
+  return set;
+}
+
+TEST_F(StoreTest, ConversionKeepsEverythingBothWays) {
+  const fs::path json = Write("a.json", kRichFile);
+  ConvertDataset(json, dir_ / "b.db", DatasetFormat::kDatabase);
+  ConvertDataset(dir_ / "b.db", dir_ / "c.json", DatasetFormat::kCodebook);
+  ConvertDataset(dir_ / "c.json", dir_ / "d.db", DatasetFormat::kDatabase);
+  ConvertDataset(dir_ / "d.db", dir_ / "e.json", DatasetFormat::kCodebook);
+  const Json original = Json::parse(kRichFile);
+  EXPECT_EQ(Json::parse(Read(dir_ / "c.json")).dump(2), original.dump(2));
+  EXPECT_EQ(Read(dir_ / "e.json"), Read(dir_ / "c.json"));
+
+  CodebookFile codebook(json);
+  SqliteStore database(dir_ / "d.db");
+  const Dataset fromJson = codebook.Load();
+  const Dataset fromDb = database.Load();
+  ASSERT_EQ(fromJson.ColumnCount(), fromDb.ColumnCount());
+  for (unsigned i = 0; i < fromJson.ColumnCount(); ++i) {
+    const auto& a = fromJson.Variable(static_cast<int>(i));
+    const auto& b = fromDb.Variable(static_cast<int>(i));
+    EXPECT_STREQ(a.GetName(), b.GetName());
+    EXPECT_EQ(a.GetType(), b.GetType());
+    EXPECT_EQ(a.GetLabel() == nullptr, b.GetLabel() == nullptr) << a.GetName();
+    EXPECT_EQ(a.GetValueLabels().Labels().numeric, b.GetValueLabels().Labels().numeric);
+    EXPECT_EQ(a.GetValueLabels().Labels().text, b.GetValueLabels().Labels().text);
+  }
+  EXPECT_EQ(fromJson.MultipleResponseSets(), fromDb.MultipleResponseSets());
+
+  // The output is never replaced.
+  EXPECT_THROW(ConvertDataset(json, dir_ / "b.db", DatasetFormat::kDatabase), DatasetError);
+  EXPECT_THROW(ConvertDataset(json, dir_ / "c.json", DatasetFormat::kCodebook), DatasetError);
+}
+
+class BothStores : public StoreTest, public ::testing::WithParamInterface<std::string> {};
+
+TEST_P(BothStores, SavesReloadsAndLocksPerCommand) {
+  const fs::path path = MakeDataset(GetParam());
+  const auto first = OpenDatasetStore(path);
+  const auto second = OpenDatasetStore(path);
+  Dataset mine = first->Load();
+  Dataset theirs = second->Load();
+
+  // Nothing changed: no reload.
+  EXPECT_FALSE(first->BeginCommand(milliseconds(0)).has_value());
+  // The other store waits in vain while the lock is held, and learns why.
+  try {
+    second->BeginCommand(milliseconds(50));
+    ADD_FAILURE() << "locked twice";
+  } catch (const DatasetError& error) {
+    EXPECT_EQ(error.what(), LockTimeoutMessage(path, milliseconds(50)));
+  }
+  // Adding one set, removing one and reordering in one save.
+  std::vector<VariableSet> sets = {Category("$new"), mine.MultipleResponseSets()[0]};
+  mine.ReplaceMultipleResponseSets(sets);
+  first->Save(mine);
+  first->EndCommand();
+  EXPECT_FALSE(first->WouldChange(mine));
+
+  auto reloaded = second->BeginCommand(milliseconds(1000));
+  ASSERT_TRUE(reloaded.has_value());
+  EXPECT_EQ(reloaded->MultipleResponseSets(), sets);
+  sets.push_back(Category("$more"));
+  reloaded->ReplaceMultipleResponseSets(sets);
+  second->Save(*reloaded);
+  second->EndCommand();
+
+  // A command that is dropped leaves the lock free and nothing written.
+  ASSERT_TRUE(first->BeginCommand(milliseconds(1000)).has_value());
+  first->AbortCommand();
+  EXPECT_EQ(OpenDatasetStore(path)->Load().MultipleResponseSets(), sets);
+}
+
+TEST_P(BothStores, FailedSaveLeavesTheOldContents) {
+  const fs::path path = MakeDataset(GetParam());
+  const std::string before = Read(path);
+  const auto store = OpenDatasetStore(path);
+  Dataset dataset = store->Load();
+  dataset.ReplaceMultipleResponseSets({Category("$x")});
+  ASSERT_FALSE(store->BeginCommand(milliseconds(0)).has_value());
+  // A file size limit makes writing fail whatever the user's rights.
+  rlimit old{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
+  rlimit small = old;
+  small.rlim_cur = 16;
+  const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+  try {
+    store->Save(dataset);
+    store->EndCommand();
+    ADD_FAILURE() << "saved";
+  } catch (const DatasetError& error) {
+    EXPECT_EQ(std::string(error.what()).rfind(path.string() + ": not saved: ", 0), 0u)
+        << error.what();
+  }
+  store->AbortCommand();
+  ::setrlimit(RLIMIT_FSIZE, &old);
+  std::signal(SIGXFSZ, previousHandler);
+  EXPECT_EQ(Read(path), before);
+  EXPECT_TRUE(store->WouldChange(dataset));
+  EXPECT_EQ(OpenDatasetStore(path)->Load().MultipleResponseSets().size(), 2u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Stores, BothStores, ::testing::Values("data.json", "data.db"),
+                         [](const auto& info) {
+                           return FormatFromName(info.param) == DatasetFormat::kCodebook
+                                      ? std::string("codebook")
+                                      : std::string("database");
+                         });
+
+TEST_F(StoreTest, RefusesFilesThatAreNoDatasetAndLeavesThemAlone) {
+  const std::string database = Read(MakeDataset("good.db"));
+  // The header holds user_version at 60 and application_id at 68 (big-endian).
+  const auto withHeaderWord = [&](std::size_t offset, int value) {
+    std::string bytes = database;
+    bytes[offset] = bytes[offset + 1] = bytes[offset + 2] = 0;
+    bytes[offset + 3] = static_cast<char>(value);
+    return bytes;
+  };
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {std::string("\x89PNG\r\n\x1a\n\0\0\0", 11),
+       "neither a codebook file (JSON) nor a dataset database (SQLite)"},
+      {database.substr(0, 5000), "not a valid dataset database: the file is damaged or truncated"},
+      {database.substr(0, 100), "not a valid dataset database: the file is damaged or truncated"},
+      {withHeaderWord(60, 2), "a dataset database of format 2, newer than this program reads (1)"},
+      {withHeaderWord(60, 0), "not a valid dataset database: unknown format 0"},
+      {withHeaderWord(68, 0), "an SQLite database, but not a dataset database"},
+      {std::string(R"({"fields": [)"), "line 1, column 13: not valid JSON"},
+  };
+  for (const auto& [bytes, fault] : cases) {
+    const fs::path path = Write("bad.db", bytes);
+    try {
+      OpenDatasetStore(path)->Load();
+      ADD_FAILURE() << "accepted: " << fault;
+    } catch (const DatasetError& error) {
+      EXPECT_NE(std::string(error.what()).find(path.string() + ": " + fault), std::string::npos)
+          << error.what();
+    }
+    EXPECT_EQ(Read(path), bytes) << fault;
+    fs::remove(path);
+  }
+
+  // A missing database is refused like a missing file, and not made.
+  try {
+    OpenDatasetStore(dir_ / "none.db")->Load();
+    ADD_FAILURE() << "opened a missing database";
+  } catch (const DatasetError& error) {
+    EXPECT_EQ(error.what(),
+              (dir_ / "none.db").string() + ": cannot be read: No such file or directory");
+  }
+  EXPECT_FALSE(fs::exists(dir_ / "none.db"));
+}
+
+}  // namespace
+}  // namespace hostlib::data
