@@ -150,23 +150,23 @@ SetList SelectSetsToDisplay(const MRSetSubcommand& subcmd, const SetList& setLis
                             std::vector<std::string>& missing) {
   missing.clear();
   if (subcmd.fAll) return setList;
-
-  missing = subcmd.fNames;
-  const auto equalTo = [](const std::string& name) {
-    return [&name](const std::string& other) {
-      return VORNMBstricmp_A(name.c_str(), other.c_str()) == 0;
-    };
-  };
+  // Where each name was requested, names equal by VORNMBstricmp_A together.
+  const auto before = [](auto& a, auto& b) { return VORNMBstricmp_A(a.c_str(), b.c_str()) < 0; };
+  std::map<std::string, std::vector<std::size_t>, decltype(before)> places(before);
+  for (std::size_t i = subcmd.fNames.size(); i-- > 0;) places[subcmd.fNames[i]].push_back(i);
   SetList selection;
   for (const VariableSet& set : setList) {
-    const std::string name = set.GetName(kAsStored);
-    if (std::none_of(subcmd.fNames.begin(), subcmd.fNames.end(), equalTo(name))) continue;
-    // Only one requested entry is struck off per set, so a name written
-    // twice is reported as missing the second time.
-    const auto found = std::find_if(missing.begin(), missing.end(), equalTo(name));
-    if (found != missing.end()) missing.erase(found);
+    const auto found = places.find(set.GetName(kAsStored));
+    if (found == places.end()) continue;
+    // Only the first requested entry left is struck off per set, so a name
+    // written twice is reported as missing the second time.
+    if (!found->second.empty()) found->second.pop_back();
     selection.push_back(set);
   }
+  std::vector<std::size_t> left;  // the places not struck off
+  for (const auto& [name, rest] : places) left.insert(left.end(), rest.begin(), rest.end());
+  std::sort(left.begin(), left.end());
+  for (const std::size_t i : left) missing.push_back(subcmd.fNames[i]);
   return selection;
 }
 
