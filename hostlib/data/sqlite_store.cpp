@@ -593,7 +593,10 @@ std::optional<Dataset> SqliteStore::BeginCommand(std::chrono::milliseconds timeo
   SqliteConnection& db = Open();
   busyTimeout_ = timeout;
   sqlite3_busy_timeout(db.Get(), static_cast<int>(timeout.count()));
-  Statement begin(db, "BEGIN IMMEDIATE", "cannot be read");
+  // A database this process may not write is only read: its command cannot
+  // save, and taking the write lock would fail.
+  const bool readOnly = sqlite3_db_readonly(db.Get(), "main") == 1;
+  Statement begin(db, readOnly ? "BEGIN" : "BEGIN IMMEDIATE", "cannot be read");
   try {
     begin.Run();
   } catch (const DatasetError&) {
