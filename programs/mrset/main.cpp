@@ -166,6 +166,7 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", "mrset 0.1.0");
   app.footer(
       "Without FILE or --execute, standard input is read (with a prompt on a terminal).\n"
+      "MRSET_LOCK_TIMEOUT: how many seconds a command waits for the dataset's lock (10).\n"
       "Exit status: 0 no error, 1 an error message was issued, 2 nothing could be run.");
 
   try {

@@ -148,7 +148,7 @@ TEST_P(StoreProcesses, KilledWritersLeaveTheOldOrTheNewDataset) {
       syntax += Define("$K" + std::to_string(round) + "_" + std::to_string(c));
     }
     const pid_t writer = Mrset(syntax, "killed");
-    std::this_thread::sleep_for(std::chrono::milliseconds(5 + random() % 60));
+    std::this_thread::sleep_for(std::chrono::milliseconds(5 + random() % 150));
     ::kill(writer, SIGKILL);
     Wait(writer);
 
