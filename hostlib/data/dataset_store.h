@@ -78,7 +78,7 @@ class CommandScope {
 };
 
 // The store for a dataset file, chosen by what the file holds: an SQLite
-// database or a codebook file (JSON). A missing file gets the store its name
+// database or a codebook file (JSON). A missing or empty file gets the store its name
 // suggests (.db, .sqlite, .sqlite3: the database), whose Load reports it.
 // Throws DatasetError, naming the file, for a file that is neither.
 std::unique_ptr<DatasetStore> OpenDatasetStore(const std::filesystem::path& path);
