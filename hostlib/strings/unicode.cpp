@@ -43,11 +43,19 @@ std::int32_t SimpleFold(std::int32_t codePoint) {
 
 namespace {
 
-template <typename Map>
-std::string MapCharacters(std::string_view text, Map map) {
+char AsciiUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+char AsciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+// Names are mostly ASCII: those bytes are mapped without decoding them.
+template <typename Map, typename AsciiMap>
+std::string MapCharacters(std::string_view text, Map map, AsciiMap asciiMap) {
   std::string out;
   out.reserve(text.size());
   for (std::size_t offset = 0; offset < text.size();) {
+    if (static_cast<unsigned char>(text[offset]) < 0x80) {
+      out.push_back(asciiMap(text[offset++]));
+      continue;
+    }
     const Decoded decoded = DecodeAt(text, offset);
     if (decoded.valid) {
       AppendCodePoint(out, map(decoded.codePoint));
@@ -61,9 +69,11 @@ std::string MapCharacters(std::string_view text, Map map) {
 
 }  // namespace
 
-std::string UpperCase(std::string_view text) { return MapCharacters(text, SimpleUpper); }
+std::string UpperCase(std::string_view text) {
+  return MapCharacters(text, SimpleUpper, AsciiUpper);
+}
 
-std::string FoldCase(std::string_view text) { return MapCharacters(text, SimpleFold); }
+std::string FoldCase(std::string_view text) { return MapCharacters(text, SimpleFold, AsciiLower); }
 
 bool IsValidUtf8(std::string_view text) {
   for (std::size_t offset = 0; offset < text.size();) {

@@ -1,8 +1,6 @@
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -44,14 +42,6 @@ class CodebookFileTest : public ::testing::Test {
     std::ostringstream text;
     text << in.rdbuf();
     return text.str();
-  }
-
-  std::vector<std::string> DirectoryEntries() const {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(dir_)) {
-      names.push_back(entry.path().filename().string());
-    }
-    return names;
   }
 
   fs::path dir_;
@@ -165,47 +155,6 @@ TEST_F(CodebookFileTest, SavesTheSetListExactlyAsGiven) {
             (std::vector<VariableSet>{sets[0], fromLabels, unnamedAsStored}));
 }
 
-TEST_F(CodebookFileTest, AbsentSetListStaysAbsentUntilThereAreSets) {
-  const fs::path path = Write(R"({"fields": [{"name": "a", "type": "number"}], "z": 1})");
-  CodebookFile file(path);
-  Dataset dataset = file.Load();
-  dataset.ReplaceMultipleResponseSets({});
-  EXPECT_FALSE(file.WouldChange(dataset));
-  file.Save(dataset);
-  EXPECT_FALSE(Json::parse(Read(path)).contains("multipleResponseSets"));
-
-  VariableSet set("$s", VariableSet::kMultipleCategorySet);
-  set.AddVariableName("a");
-  dataset.ReplaceMultipleResponseSets({set});
-  file.Save(dataset);
-  const Json saved = Json::parse(Read(path));
-  EXPECT_EQ(saved.back(),
-            Json::parse(R"([{"name": "$s", "type": "categories", "variables": ["a"]}])"));
-}
-
-TEST_F(CodebookFileTest, NewFileHoldsTheWholeDataset) {
-  VORN_ValueLabels numeric;
-  numeric.numeric = {{1.0, "One"}, {1.5, "One and a half"}, {-2.0, "Minus two"}};
-  VORN_ValueLabels text;
-  text.text = {{"a ", "A with a blank"}};
-  VariableSet set("$s", VariableSet::kMultipleDichotomySet);
-  set.SetValue("1");
-  set.AddVariableName("n");
-  Dataset dataset({VORN_Variable("n", 0, "Number", numeric), VORN_Variable("t", 3, "", text)},
-                  {set});
-  const fs::path path = dir_ / "new.json";
-  CodebookFile file(path);
-  EXPECT_TRUE(file.WouldChange(dataset));
-  file.Save(dataset);
-
-  CodebookFile again(path);
-  const Dataset loaded = again.Load();
-  ExpectSameDictionary(dataset, loaded);
-  EXPECT_EQ(loaded.MultipleResponseSets(), dataset.MultipleResponseSets());
-  EXPECT_EQ(Json::parse(Read(path))["fields"][0]["categories"][0],
-            Json::parse(R"({"value": -2, "label": "Minus two"})"));
-}
-
 TEST_F(CodebookFileTest, RefusesBadFilesNamingPlaceAndFault) {
   const auto field = [](const std::string& json) { return R"({"fields": [)" + json + "]}"; };
   const auto set = [](const std::string& json) {
@@ -290,6 +239,7 @@ TEST_F(CodebookFileTest, RefusesBadFilesNamingPlaceAndFault) {
     EXPECT_TRUE(file.Document().is_null());
   }
 }
+
 TEST_F(CodebookFileTest, MissingFileIsReported) {
   CodebookFile file(dir_ / "none.json");
   try {
@@ -299,78 +249,6 @@ TEST_F(CodebookFileTest, MissingFileIsReported) {
     EXPECT_EQ(error.what(),
               (dir_ / "none.json").string() + ": cannot be read: No such file or directory");
   }
-}
-
-// Each way of failing must leave the old file whole and no temporary behind.
-class FailingSaveTest : public CodebookFileTest {
- protected:
-  void ExpectFailedSave(CodebookFile& file, const Dataset& dataset, const fs::path& path,
-                        const std::string& original, const std::string& fault) {
-    try {
-      file.Save(dataset);
-      ADD_FAILURE() << "saved";
-    } catch (const DatasetError& error) {
-      const std::string message = error.what();
-      EXPECT_EQ(message.rfind(path.string() + ": not saved: ", 0), 0u) << message;
-      EXPECT_NE(message.find(fault), std::string::npos) << message;
-    }
-    EXPECT_EQ(Read(path), original);
-    EXPECT_EQ(DirectoryEntries(), std::vector<std::string>{path.filename().string()});
-    EXPECT_TRUE(file.WouldChange(dataset));
-  }
-
-  Dataset LoadAndChange(CodebookFile& file) {
-    Dataset dataset = file.Load();
-    dataset.ReplaceMultipleResponseSets({});
-    return dataset;
-  }
-};
-
-TEST_F(FailingSaveTest, ReadOnlyDirectory) {
-  const fs::path path = Write(kRichFile);
-  CodebookFile file(path);
-  const Dataset dataset = LoadAndChange(file);
-  fs::permissions(dir_, fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write,
-                  fs::perm_options::remove);
-  if (::access(dir_.c_str(), W_OK) == 0) {
-    GTEST_SKIP() << "this user can write into a read-only directory";
-  }
-  ExpectFailedSave(file, dataset, path, kRichFile, "Permission denied");
-}
-
-TEST_F(FailingSaveTest, WriteFailsHalfway) {
-  const fs::path path = Write(kRichFile);
-  CodebookFile file(path);
-  const Dataset dataset = LoadAndChange(file);
-  // A file size limit makes the write fail whatever the user's rights.
-  rlimit old{};
-  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
-  rlimit small = old;
-  small.rlim_cur = 16;
-  const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-  ExpectFailedSave(file, dataset, path, kRichFile, "File too large");
-  ::setrlimit(RLIMIT_FSIZE, &old);
-  std::signal(SIGXFSZ, previousHandler);
-}
-
-TEST_F(FailingSaveTest, TargetIsADirectory) {
-  const fs::path path = Write(kRichFile);
-  CodebookFile file(path);
-  const Dataset dataset = LoadAndChange(file);
-  CodebookFile elsewhere(dir_ / "sub");
-  fs::create_directory(dir_ / "sub");
-  fs::create_directory(dir_ / "sub" / "x");
-  try {
-    elsewhere.Save(dataset);
-    FAIL() << "replaced a directory";
-  } catch (const DatasetError& error) {
-    EXPECT_NE(std::string(error.what()).find((dir_ / "sub").string() + ": not saved: "),
-              std::string::npos);
-  }
-  EXPECT_TRUE(fs::is_directory(dir_ / "sub" / "x"));
-  fs::remove_all(dir_ / "sub");
-  EXPECT_EQ(DirectoryEntries(), std::vector<std::string>{"data.json"});
 }
 
 }  // namespace

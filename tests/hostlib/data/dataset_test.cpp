@@ -97,27 +97,6 @@ TEST(VariableSetTest, UpperCasesNamesOnlyWhenAsked) {
   EXPECT_THROW(set.GetName(static_cast<ChangeCase>(0)), std::invalid_argument);
 }
 
-TEST(VariableSetTest, IsAValueType) {
-  const VariableSet original = MakeSet();
-  VariableSet copy = original;
-  EXPECT_EQ(copy, original);
-  copy.AddVariableName("first");
-  EXPECT_NE(copy, original);
-  EXPECT_EQ(original.GetVariableNames(kAsStored).size(), 2u);
-
-  VariableSet moved = std::move(copy);
-  EXPECT_EQ(moved.GetVariableNames(kAsStored).size(), 3u);
-
-  VariableSet assigned("$other", VariableSet::kMultipleCategorySet);
-  assigned = original;
-  EXPECT_EQ(assigned, original);
-  EXPECT_EQ(assigned.StoreExtras(), R"({"x":1})");
-  assigned = VariableSet("$new", VariableSet::kMultipleCategorySet);
-  EXPECT_EQ(assigned.StoreExtras(), "");
-  EXPECT_EQ(assigned.GetLabel(), "");
-  EXPECT_FALSE(assigned.qLabelSetByVariable());
-}
-
 TEST(VariableSetsTest, SaveReplacesTheWholeListInOrder) {
   auto dataset = std::make_shared<Dataset>(Sample());
   VORN_DataSource source(dataset);
