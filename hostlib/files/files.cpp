@@ -119,7 +119,10 @@ struct Temporary {
 // A new, empty file beside `target`, named after it.
 Temporary CreateTemporaryBeside(const fs::path& target, const SaveFailure& fail) {
   const fs::path directory = target.has_parent_path() ? target.parent_path() : fs::path(".");
-  const std::string stem = (directory / ("." + target.filename().string() + ".tmp")).string();
+  std::string hidden = ".";
+  hidden += target.filename().string();
+  hidden += ".tmp";
+  const std::string stem = (directory / hidden).string();
   static unsigned counter = 0;
   int fd = -1;
   std::string temporaryPath;
