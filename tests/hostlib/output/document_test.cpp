@@ -1,13 +1,10 @@
-#include <cstdint>
 #include <optional>
-#include <set>
 #include <variant>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "display_table.h"
-#include "host/common_areas.h"
 #include "host/output.h"
 #include "host/runtime.h"
 #include "hostlib/output/document.h"
@@ -129,25 +126,6 @@ TEST_F(DocumentTest, ClosedProcedureEndsCurrentCategories) {
   column->Cell(BpString("stale", true));
   ASSERT_EQ(Output().Items().size(), 1u);
   EXPECT_TRUE(std::holds_alternative<Assertion>(Output().Items()[0]));
-}
-
-TEST(CommonAreas, DistinctStableZeroedBlocks) {
-  using Accessor = void* (*)();
-  const std::vector<Accessor> accessors = {
-      pvGetCmnBpr, pvGetCmaDic, pvGetCmaGlb, pvGetCmaMch, pvGetCmaObv, pvGetCmaSym,
-      pvGetCmaSys, pvGetCmnDic, pvGetCmnDmo, pvGetCmnGlb, pvGetCmnInc, pvGetCmnIo,
-      pvGetCmnLoc, pvGetCmnMch, pvGetCmnMcs, pvGetCmnObv, pvGetCmnStk, pvGetCmnSym,
-      pvGetCmnSys, pvGetCmnWrk, pvGetCmnDtm, pvGetCmnBox};
-  hostlib::Session::Instance().Reset();
-  std::set<void*> seen;
-  for (Accessor accessor : accessors) {
-    void* block = accessor();
-    ASSERT_NE(block, nullptr);
-    EXPECT_EQ(accessor(), block);
-    EXPECT_TRUE(seen.insert(block).second);
-    const auto* words = static_cast<const std::intptr_t*>(block);
-    for (std::size_t w = 0; w < kCommonAreaWords; ++w) EXPECT_EQ(words[w], 0) << w;
-  }
 }
 
 }  // namespace
