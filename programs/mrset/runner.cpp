@@ -56,8 +56,10 @@ void Runner::RunCommand(const hostlib::syntax::SplitCommand& split, const std::s
 }
 
 void Runner::RunModule() {
+  // A run that never saves works on the dataset as it read it, and leaves
+  // no lock file behind.
   std::optional<hostlib::data::CommandScope> scope;
-  if (store_ != nullptr) {
+  if (store_ != nullptr && saveDataset_) {
     try {
       scope.emplace(*store_, lockTimeout_);
     } catch (const std::exception& failure) {
