@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -80,9 +81,20 @@ bool ReadSources(const Options& options, std::vector<SyntaxSource>& sources) {
   return true;
 }
 
+// The output is written whole at the end, beside its target: a folder that
+// cannot take it stops the run before any command changes a dataset.
+bool CanWriteBeside(const std::filesystem::path& path) {
+  const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+  return ::access(folder.c_str(), W_OK) == 0;
+}
+
 int Run(const Options& options) {
   std::vector<SyntaxSource> sources;
   if (!ReadSources(options, sources)) return kExitCannotRun;
+  if (!options.output.empty() && !CanWriteBeside(options.output)) {
+    Fail("cannot write the output to " + options.output + ": " + std::strerror(errno));
+    return kExitCannotRun;
+  }
   const bool prompt = sources.empty() && ::isatty(STDIN_FILENO) != 0;
   if (sources.empty() && !prompt) {
     SyntaxSource source{"standard input", ""};
