@@ -4,4 +4,4 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/build.sh >/dev/null
-build/bin/mrset --data examples/survey.json --no-save examples/survey.sps
+build/bin/mrset --data examples/survey.json --no-save examples/survey.mrs

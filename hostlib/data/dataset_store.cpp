@@ -20,8 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::chrono::milliseconds kDefaultLockTimeout(10000);
-
 enum class Content { kMissing, kEmpty, kDatabase, kText, kOther };
 
 // Enough of the file to tell a database from a codebook: a codebook is text,
@@ -60,21 +58,6 @@ std::unique_ptr<DatasetStore> OpenDatasetStore(const fs::path& path) {
   }
   throw DatasetError(path.string() +
                      ": neither a codebook file (JSON) nor a dataset database (SQLite)");
-}
-
-std::chrono::milliseconds LockTimeoutFromEnvironment() {
-  const char* text = std::getenv("MRSET_LOCK_TIMEOUT");
-  if (text == nullptr || *text == '\0') return kDefaultLockTimeout;
-  char* end = nullptr;
-  errno = 0;
-  const double seconds = std::strtod(text, &end);
-  // A day is far more than any command needs, and keeps the sum in range.
-  if (errno != 0 || *end != '\0' || !std::isfinite(seconds) || seconds < 0 || seconds > 86400) {
-    throw DatasetError(std::string("MRSET_LOCK_TIMEOUT must be a number of seconds from 0 to "
-                                   "86400, not \"") +
-                       text + "\"");
-  }
-  return std::chrono::milliseconds(std::llround(seconds * 1000));
 }
 
 std::string LockTimeoutMessage(const fs::path& path, std::chrono::milliseconds timeout) {

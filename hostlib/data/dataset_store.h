@@ -83,11 +83,6 @@ class CommandScope {
 // Throws DatasetError, naming the file, for a file that is neither.
 std::unique_ptr<DatasetStore> OpenDatasetStore(const std::filesystem::path& path);
 
-// How long a command waits for the lock: MRSET_LOCK_TIMEOUT (seconds, a
-// number of at least 0) when set, else 10 seconds. Throws DatasetError for a
-// value that is not such a number.
-std::chrono::milliseconds LockTimeoutFromEnvironment();
-
 // What a command that waited `timeout` in vain for the lock is told.
 std::string LockTimeoutMessage(const std::filesystem::path& path,
                                std::chrono::milliseconds timeout);

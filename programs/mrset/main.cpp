@@ -22,6 +22,7 @@
 #include "hostlib/output/render.h"
 #include "hostlib/session/session.h"
 #include "programs/mrset/command_module.h"
+#include "programs/mrset/lock_timeout.h"
 #include "programs/mrset/prompt.h"
 #include "programs/mrset/runner.h"
 
@@ -110,7 +111,7 @@ int Run(const Options& options) {
   std::chrono::milliseconds lockTimeout{};
   if (!options.data.empty()) {
     try {
-      lockTimeout = hostlib::data::LockTimeoutFromEnvironment();
+      lockTimeout = mrset_program::LockTimeoutFromEnvironment();
       store = hostlib::data::OpenDatasetStore(options.data);
       session.OpenDataset(std::make_shared<hostlib::data::Dataset>(store->Load()));
     } catch (const std::exception& failure) {

@@ -19,10 +19,15 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/files.h"
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 namespace {
+
+using testsupport::ReadFile;
+using testsupport::WriteFile;
 
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
@@ -30,17 +35,6 @@ using Json = nlohmann::json;
 constexpr const char* kDataset = R"({"fields": [
   {"name": "a1", "type": "integer"}, {"name": "a2", "type": "integer"},
   {"name": "a3", "type": "integer", "x-kept": true}], "x-top": 1})";
-
-std::string ReadFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-void WriteFile(const fs::path& path, const std::string& text) {
-  std::ofstream(path, std::ios::binary) << text;
-}
 
 // Runs a program with its output in `output`.
 pid_t Spawn(const std::vector<std::string>& args, const fs::path& output) {
@@ -81,8 +75,8 @@ class StoreProcesses : public ::testing::TestWithParam<std::string> {
   void TearDown() override { fs::remove_all(dir_); }
 
   pid_t Mrset(const std::string& syntax, const std::string& tag) const {
-    WriteFile(dir_ / (tag + ".sps"), syntax);
-    return Spawn({MRSET_PROGRAM, "-d", dataset_.string(), (dir_ / (tag + ".sps")).string()},
+    WriteFile(dir_ / (tag + ".mrs"), syntax);
+    return Spawn({MRSET_PROGRAM, "-d", dataset_.string(), (dir_ / (tag + ".mrs")).string()},
                  dir_ / (tag + ".out"));
   }
 
