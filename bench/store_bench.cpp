@@ -18,9 +18,8 @@
 #include <utility>
 #include <vector>
 
-#include "hostlib/data/codebook_file.h"
 #include "hostlib/data/dataset_store.h"
-#include "hostlib/data/sqlite_store.h"
+#include "hostlib/data/open_dataset_store.h"
 #include "hostlib/output/render.h"
 #include "hostlib/session/session.h"
 #include "programs/mrset/command_module.h"
@@ -72,11 +71,9 @@ fs::path FreshDataset(int variables, bool database) {
   if (made.empty()) {
     made = Folder() / ("template-" + std::to_string(variables) + (database ? ".db" : ".json"));
     const Dataset dataset = Generate(variables);
-    if (database) {
-      hostlib::data::SqliteStore::Create(made, dataset);
-    } else {
-      hostlib::data::CodebookFile(made).Save(dataset);
-    }
+    hostlib::data::NewDatasetStore(made, database ? hostlib::data::DatasetFormat::kDatabase
+                                                  : hostlib::data::DatasetFormat::kCodebook)
+        ->Create({dataset, nullptr});
   }
   static int copies = 0;
   const fs::path copy = Folder() / ("copy" + std::to_string(++copies) + made.extension().string());

@@ -4,19 +4,15 @@
 #pragma once
 
 #include <filesystem>
-#include <optional>
+
+#include "hostlib/data/open_dataset_store.h"
 
 namespace hostlib::data {
-
-enum class DatasetFormat { kCodebook, kDatabase };
-
-// By the file's name: .json a codebook, .db, .sqlite and .sqlite3 a database.
-std::optional<DatasetFormat> FormatFromName(const std::filesystem::path& path);
 
 // Reads `in` (whichever format it holds) and makes `out` in `format`, all or
 // nothing. Throws DatasetError, naming the file and the fault, when `in`
 // cannot be read or is refused, or `out` exists or cannot be written.
 void ConvertDataset(const std::filesystem::path& in, const std::filesystem::path& out,
-                    DatasetFormat format);
+                    DatasetFormat format, files::Env& env = files::DefaultEnv());
 
 }  // namespace hostlib::data

@@ -18,6 +18,16 @@
 
 namespace hostlib::data {
 
+// A codebook descriptor (hostlib/data/codebook/descriptor.h): the form that
+// holds everything either kind of dataset file can.
+struct Descriptor;
+
+// A whole dataset file's contents, on its way into another file.
+struct DatasetContents {
+  Dataset dataset;
+  std::shared_ptr<const Descriptor> descriptor;
+};
+
 class DatasetStore {
  public:
   DatasetStore() = default;
@@ -51,6 +61,14 @@ class DatasetStore {
   virtual void EndCommand() = 0;
   // Drops what the command wrote, where the store can, and releases the lock.
   virtual void AbortCommand() noexcept = 0;
+
+  // Reads the whole file for a copy into another: the dataset and the
+  // descriptor that holds all the file holds, interpreted or not. Throws as
+  // Load.
+  virtual DatasetContents Export() = 0;
+  // Makes the file, which must not exist yet, holding `contents`, all or
+  // nothing. Throws DatasetError, naming the file and the fault.
+  virtual void Create(const DatasetContents& contents) = 0;
 };
 
 // One command's hold on a store: aborts the command unless Finish was called.
@@ -76,12 +94,6 @@ class CommandScope {
   DatasetStore* store_;
   std::optional<Dataset> reloaded_;
 };
-
-// The store for a dataset file, chosen by what the file holds: an SQLite
-// database or a codebook file (JSON). A missing or empty file gets the store its name
-// suggests (.db, .sqlite, .sqlite3: the database), whose Load reports it.
-// Throws DatasetError, naming the file, for a file that is neither.
-std::unique_ptr<DatasetStore> OpenDatasetStore(const std::filesystem::path& path);
 
 // What a command that waited `timeout` in vain for the lock is told.
 std::string LockTimeoutMessage(const std::filesystem::path& path,

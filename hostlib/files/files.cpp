@@ -26,11 +26,11 @@ FileIdentity IdentityOf(const struct stat& info) {
 
 }  // namespace
 
-std::string ReadWholeFile(const fs::path& path, FileIdentity* identity) {
+std::string ReadWholeFile(const fs::path& path, FileIdentity* identity, Env& env) {
   const auto fail = [&path](int error) {
     throw FileError(path.string() + ": cannot be read: " + std::strerror(error));
   };
-  FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  FileDescriptor fd(env.Open(path, O_RDONLY));
   if (!fd) {
     fail(errno);
   }
@@ -44,7 +44,7 @@ std::string ReadWholeFile(const fs::path& path, FileIdentity* identity) {
   std::string text;
   std::array<char, 65536> buffer;
   for (;;) {
-    const ssize_t count = ::read(fd.Get(), buffer.data(), buffer.size());
+    const ssize_t count = env.Read(fd.Get(), path, buffer.data(), buffer.size());
     if (count < 0) {
       if (errno == EINTR) {
         continue;
@@ -83,12 +83,12 @@ class SaveFailure {
 // Removes a temporary file unless it was renamed into place.
 class TemporaryFile {
  public:
-  explicit TemporaryFile(std::string path) : path_(std::move(path)) {}
+  TemporaryFile(std::string path, Env& env) : path_(std::move(path)), env_(&env) {}
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
   ~TemporaryFile() {
     if (!path_.empty()) {
-      ::unlink(path_.c_str());
+      env_->Unlink(path_);
     }
   }
   const std::string& Path() const { return path_; }
@@ -96,11 +96,13 @@ class TemporaryFile {
 
  private:
   std::string path_;
+  Env* env_;
 };
 
-void WriteAll(int fd, std::string_view contents, const SaveFailure& fail, const std::string& step) {
+void WriteAll(Env& env, int fd, const fs::path& path, std::string_view contents,
+              const SaveFailure& fail, const std::string& step) {
   while (!contents.empty()) {
-    const ssize_t count = ::write(fd, contents.data(), contents.size());
+    const ssize_t count = env.Write(fd, path, contents.data(), contents.size());
     if (count < 0) {
       if (errno == EINTR) {
         continue;
@@ -117,7 +119,7 @@ struct Temporary {
 };
 
 // A new, empty file beside `target`, named after it.
-Temporary CreateTemporaryBeside(const fs::path& target, const SaveFailure& fail) {
+Temporary CreateTemporaryBeside(Env& env, const fs::path& target, const SaveFailure& fail) {
   const fs::path directory = target.has_parent_path() ? target.parent_path() : fs::path(".");
   std::string hidden = ".";
   hidden += target.filename().string();
@@ -128,19 +130,17 @@ Temporary CreateTemporaryBeside(const fs::path& target, const SaveFailure& fail)
   std::string temporaryPath;
   do {
     temporaryPath = stem + std::to_string(::getpid()) + "." + std::to_string(++counter);
-    fd = ::open(temporaryPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    fd = env.Open(temporaryPath, O_WRONLY | O_CREAT | O_EXCL, 0666);
   } while (fd < 0 && errno == EEXIST);
   if (fd < 0) {
     fail("cannot create a temporary file in " + directory.string(), errno);
   }
-  return Temporary{FileDescriptor(fd), TemporaryFile(temporaryPath)};
+  return Temporary{FileDescriptor(fd), TemporaryFile(temporaryPath, env)};
 }
 
-void SyncDirectoryOf(const fs::path& target, const SaveFailure& fail) {
+void SyncDirectoryOf(Env& env, const fs::path& target, const SaveFailure& fail) {
   const fs::path directory = target.has_parent_path() ? target.parent_path() : fs::path(".");
-  FileDescriptor dir(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  // Some file systems cannot sync a directory; the rename has happened anyway.
-  if (dir && ::fsync(dir.Get()) != 0 && errno != EINVAL) {
+  if (env.SyncFolder(directory) != 0) {
     fail("cannot sync the directory " + directory.string(), errno);
   }
 }
@@ -149,7 +149,7 @@ void SyncDirectoryOf(const fs::path& target, const SaveFailure& fail) {
 
 // A reader sees the old file or the new one, never a mix: the text goes to a
 // temporary file next to the target, reaches the disk, and is renamed over it.
-void WriteFileAtomically(const fs::path& path, std::string_view contents) {
+void WriteFileAtomically(const fs::path& path, std::string_view contents, Env& env) {
   const SaveFailure fail(path);
   fs::path target = path;
   std::error_code ignored;
@@ -159,60 +159,65 @@ void WriteFileAtomically(const fs::path& path, std::string_view contents) {
       target = std::move(resolved);
     }
   }
-  auto [file, temporary] = CreateTemporaryBeside(target, fail);
+  auto [file, temporary] = CreateTemporaryBeside(env, target, fail);
 
   const std::string writing = "cannot write " + temporary.Path();
   struct stat old {};
   if (::stat(target.c_str(), &old) == 0 && ::fchmod(file.Get(), old.st_mode & 07777) != 0) {
     fail(writing, errno);
   }
-  WriteAll(file.Get(), contents, fail, writing);
-  if (::fsync(file.Get()) != 0) {
+  WriteAll(env, file.Get(), temporary.Path(), contents, fail, writing);
+  if (env.Sync(file.Get(), temporary.Path()) != 0) {
     fail(writing, errno);
   }
   if (file.Close() != 0) {
     fail(writing, errno);
   }
-  if (::rename(temporary.Path().c_str(), target.c_str()) != 0) {
+  if (env.Rename(temporary.Path(), target) != 0) {
     fail("cannot replace the file", errno);
   }
   temporary.Keep();
-  SyncDirectoryOf(target, fail);
+  SyncDirectoryOf(env, target, fail);
 }
 
-void CreateFileAtomically(const fs::path& path, const std::function<void(const fs::path&)>& fill) {
+void CreateFileAtomically(const fs::path& path, const std::function<void(const fs::path&)>& fill,
+                          Env& env) {
   const SaveFailure fail(path);
-  auto [reserved, temporary] = CreateTemporaryBeside(path, fail);
+  auto [reserved, temporary] = CreateTemporaryBeside(env, path, fail);
   reserved.Close();
   fill(temporary.Path());
   const std::string writing = "cannot write " + temporary.Path();
-  FileDescriptor file(::open(temporary.Path().c_str(), O_RDONLY | O_CLOEXEC));
-  if (!file || ::fsync(file.Get()) != 0) {
+  FileDescriptor file(env.Open(temporary.Path(), O_RDONLY));
+  if (!file || env.Sync(file.Get(), temporary.Path()) != 0) {
     fail(writing, errno);
   }
   // Unlike rename, link never replaces what is there.
-  if (::link(temporary.Path().c_str(), path.c_str()) != 0) {
+  if (env.Link(temporary.Path(), path) != 0) {
     fail(errno == EEXIST ? "the file already exists" : "cannot create the file", errno);
   }
-  SyncDirectoryOf(path, fail);
+  SyncDirectoryOf(env, path, fail);
 }
 
-void CreateFileAtomically(const fs::path& path, std::string_view contents) {
+void CreateFileAtomically(const fs::path& path, std::string_view contents, Env& env) {
   const SaveFailure fail(path);
-  CreateFileAtomically(path, [&](const fs::path& temporary) {
-    FileDescriptor file(::open(temporary.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
-    const std::string writing = "cannot write " + temporary.string();
-    if (!file) fail(writing, errno);
-    WriteAll(file.Get(), contents, fail, writing);
-    if (file.Close() != 0) fail(writing, errno);
-  });
+  CreateFileAtomically(
+      path,
+      [&](const fs::path& temporary) {
+        FileDescriptor file(env.Open(temporary, O_WRONLY | O_TRUNC));
+        const std::string writing = "cannot write " + temporary.string();
+        if (!file) fail(writing, errno);
+        WriteAll(env, file.Get(), temporary, contents, fail, writing);
+        if (file.Close() != 0) fail(writing, errno);
+      },
+      env);
 }
 
-FileLock::Outcome FileLock::Acquire(const fs::path& path, std::chrono::milliseconds timeout) {
-  FileDescriptor fd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+FileLock::Outcome FileLock::Acquire(const fs::path& path, std::chrono::milliseconds timeout,
+                                    Env& env) {
+  FileDescriptor fd(env.Open(path, O_RDWR | O_CREAT, 0666));
   if (!fd && (errno == EACCES || errno == EROFS || errno == EPERM)) {
     // A lock file that exists can be locked through a descriptor for reading.
-    fd = FileDescriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    fd = FileDescriptor(env.Open(path, O_RDONLY));
     if (!fd) return Outcome::kNotPermitted;
   }
   if (!fd) {
@@ -220,7 +225,7 @@ FileLock::Outcome FileLock::Acquire(const fs::path& path, std::chrono::milliseco
   }
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   auto pause = std::chrono::milliseconds(1);
-  while (::flock(fd.Get(), LOCK_EX | LOCK_NB) != 0) {
+  while (env.Lock(fd.Get(), path, LOCK_EX | LOCK_NB) != 0) {
     if (errno == EINTR) continue;
     if (errno != EWOULDBLOCK) {
       throw FileError(path.string() + ": cannot lock: " + std::strerror(errno));

@@ -15,6 +15,8 @@
 #include <string_view>
 #include <utility>
 
+#include "hostlib/files/env.h"
+
 namespace hostlib::files {
 
 // Names the file, the step and the system's reason.
@@ -65,21 +67,25 @@ struct FileIdentity {
 };
 
 // `identity`, when given, receives the identity of the very file read.
-std::string ReadWholeFile(const std::filesystem::path& path, FileIdentity* identity = nullptr);
+std::string ReadWholeFile(const std::filesystem::path& path, FileIdentity* identity = nullptr,
+                          Env& env = DefaultEnv());
 
 // The identity of the file at `path` now; false when it cannot be had.
 bool IdentifyFile(const std::filesystem::path& path, FileIdentity& identity);
 
 // Writes `contents` to a temporary file beside `path`, syncs it and renames
 // it over `path` (through a symbolic link, onto the file it points at).
-void WriteFileAtomically(const std::filesystem::path& path, std::string_view contents);
+void WriteFileAtomically(const std::filesystem::path& path, std::string_view contents,
+                         Env& env = DefaultEnv());
 
 // Makes a new file at `path` all or nothing: `fill` writes the temporary
 // file whose name it is given; once it has reached the disk, it is linked
 // in as `path`. Fails, leaving `path` as it was, when `path` exists.
 void CreateFileAtomically(const std::filesystem::path& path,
-                          const std::function<void(const std::filesystem::path&)>& fill);
-void CreateFileAtomically(const std::filesystem::path& path, std::string_view contents);
+                          const std::function<void(const std::filesystem::path&)>& fill,
+                          Env& env = DefaultEnv());
+void CreateFileAtomically(const std::filesystem::path& path, std::string_view contents,
+                          Env& env = DefaultEnv());
 
 // An exclusive lock (flock) on a lock file, which is made when missing and
 // never removed: removing it would let two processes lock two files of one
@@ -91,7 +97,8 @@ class FileLock {
   // Waits up to `timeout` for the lock. kNotPermitted: the lock file cannot
   // be made for lack of rights (then nothing is held). Throws FileError for
   // any other failure.
-  Outcome Acquire(const std::filesystem::path& path, std::chrono::milliseconds timeout);
+  Outcome Acquire(const std::filesystem::path& path, std::chrono::milliseconds timeout,
+                  Env& env = DefaultEnv());
   void Release() { fd_ = FileDescriptor(); }
   bool Held() const { return static_cast<bool>(fd_); }
 

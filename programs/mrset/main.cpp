@@ -18,6 +18,7 @@
 
 #include "hostlib/data/dataset.h"
 #include "hostlib/data/dataset_store.h"
+#include "hostlib/data/open_dataset_store.h"
 #include "hostlib/files/files.h"
 #include "hostlib/output/render.h"
 #include "hostlib/session/session.h"

@@ -13,10 +13,12 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "hostlib/data/codebook_file.h"
+#include "hostlib/data/codebook/codebook_store.h"
+#include "hostlib/data/codebook/descriptor.h"
 #include "hostlib/data/conversion.h"
+#include "hostlib/data/database/database_store.h"
 #include "hostlib/data/dataset_store.h"
-#include "hostlib/data/sqlite_store.h"
+#include "hostlib/data/open_dataset_store.h"
 
 namespace hostlib::data {
 namespace {

@@ -1,22 +1,15 @@
-#include "hostlib/data/codebook_file.h"
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "hostlib/data/codebook/descriptor.h"
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <map>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
 
-#include "hostlib/files/files.h"
 #include "hostlib/strings/unicode.h"
 
 namespace hostlib::data {
@@ -48,14 +41,6 @@ std::string Child(const std::string& place, std::size_t index) {
 
 // ---- reading -------------------------------------------------------------
 
-std::string ReadFile(const fs::path& path, files::FileIdentity& identity) {
-  try {
-    return files::ReadWholeFile(path, &identity);
-  } catch (const files::FileError& error) {
-    throw DatasetError(error.what());
-  }
-}
-
 // Line and column (in characters) of a byte offset, both from 1.
 std::pair<std::size_t, std::size_t> LineAndColumn(std::string_view text, std::size_t offset) {
   offset = std::min(offset, text.size());
@@ -67,7 +52,9 @@ std::pair<std::size_t, std::size_t> LineAndColumn(std::string_view text, std::si
   return {line, 1 + strings::CharacterCount(before.substr(lineStart))};
 }
 
-Json ParseDocument(const std::string& text, const std::string& file) {
+}  // namespace
+
+Json ParseDescriptor(const std::string& text, const std::string& file) {
   try {
     return Json::parse(text);
   } catch (const Json::parse_error& error) {
@@ -89,6 +76,8 @@ Json ParseDocument(const std::string& text, const std::string& file) {
                        std::to_string(column) + ": not valid JSON: " + fault);
   }
 }
+
+namespace {
 
 // Reads a parsed descriptor; every fault names the file and a JSON pointer.
 class DescriptorReader {
@@ -430,101 +419,23 @@ Json RenderCodebookSets(const std::vector<VariableSet>& sets) {
   return out;
 }
 
-namespace {
-
-// ---- all-or-nothing write ------------------------------------------------
-
-void ReplaceFile(const fs::path& path, std::string_view contents) {
-  try {
-    files::WriteFileAtomically(path, contents);
-  } catch (const files::FileError& error) {
-    throw DatasetError(error.what());
-  }
-}
-
-}  // namespace
-
-CodebookFile::CodebookFile(std::filesystem::path path) : path_(std::move(path)) {}
-
-Dataset CodebookFile::Load() {
-  const std::string file = path_.string();
-  files::FileIdentity identity;
-  Json document = ParseDocument(ReadFile(path_, identity), file);
+DescriptorContents ReadDescriptor(const Json& document, const std::string& file) {
   if (!document.is_object()) {
     throw DatasetError(file + ": the top level must be a JSON object");
   }
   const DescriptorReader reader(file);
-  std::vector<VORN_Variable> variables = reader.ReadFields(document);
-  std::vector<VariableSet> sets = reader.ReadSets(document);
-  Dataset dataset(std::move(variables), sets);
-  document_ = std::move(document);
-  storedSets_ = std::move(sets);
-  loaded_ = true;
-  identity_ = identity;
-  return dataset;
+  DescriptorContents contents;
+  contents.variables = reader.ReadFields(document);
+  contents.sets = reader.ReadSets(document);
+  return contents;
 }
 
-std::optional<Dataset> CodebookFile::BeginCommand(std::chrono::milliseconds timeout) {
-  std::error_code ignored;
-  fs::path target = fs::weakly_canonical(path_, ignored);
-  if (ignored) target = path_;
-  const fs::path lockPath = target.string() + ".lock";
-  files::FileLock::Outcome outcome{};
+std::string DumpDescriptor(const Json& document, const std::filesystem::path& path) {
   try {
-    outcome = lock_.Acquire(lockPath, timeout);
-  } catch (const files::FileError& error) {
-    throw DatasetError(path_.string() + ": " + error.what());
+    return document.dump(2) + "\n";
+  } catch (const Json::exception& error) {
+    throw DatasetError(path.string() + ": not saved: " + error.what());
   }
-  if (outcome == files::FileLock::Outcome::kTimedOut) {
-    throw DatasetError(LockTimeoutMessage(path_, timeout));
-  }
-  // kNotPermitted: nobody without rights to the folder can lock, and such a
-  // process cannot save here either; the command reads whole files anyway.
-  files::FileIdentity now;
-  if (loaded_ && files::IdentifyFile(path_, now) && now == identity_) return std::nullopt;
-  try {
-    return Load();
-  } catch (...) {
-    lock_.Release();
-    throw;
-  }
-}
-
-bool CodebookFile::WouldChange(const Dataset& dataset) const {
-  return !loaded_ || dataset.MultipleResponseSets() != storedSets_;
-}
-
-Json CodebookFile::Render(const Dataset& dataset) const {
-  Json sets = RenderCodebookSets(dataset.MultipleResponseSets());
-  if (!loaded_) {
-    Json fields = Json::array();
-    for (const auto& variable : dataset.Variables()) {
-      fields.push_back(RenderCodebookField(variable));
-    }
-    return {{kFieldsKey, std::move(fields)}, {kSetsKey, std::move(sets)}};
-  }
-  Json document = document_;
-  // An absent list stays absent while there is nothing to put in it.
-  if (document.contains(kSetsKey) || !sets.empty()) {
-    document[kSetsKey] = std::move(sets);
-  }
-  return document;
-}
-
-void CodebookFile::Save(const Dataset& dataset) {
-  Json document = Render(dataset);
-  std::string text;
-  try {
-    text = document.dump(2) + "\n";
-  } catch (const Json::type_error& error) {
-    throw DatasetError(path_.string() + ": not saved: " + error.what());
-  }
-  ReplaceFile(path_, text);
-  // Under the lock nobody else replaces the file between the write and this.
-  if (!files::IdentifyFile(path_, identity_)) identity_ = {};
-  document_ = std::move(document);
-  storedSets_ = dataset.MultipleResponseSets();
-  loaded_ = true;
 }
 
 }  // namespace hostlib::data

@@ -5,28 +5,30 @@
 // with BEGIN IMMEDIATE (other writers wait up to the lock timeout), in which
 // the dataset is read anew when the revision counter moved, the sets are
 // written, and which commits when the command ends. Save writes only the
-// sets that differ from the stored ones.
+// sets that differ from the stored ones. SQLite's own file operations go
+// through the store's Env.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
+#include "hostlib/data/database/stored_sets.h"
 #include "hostlib/data/dataset_store.h"
+#include "hostlib/files/env.h"
 
 namespace hostlib::data {
 
 class SqliteConnection;
+struct FieldRecord;
 
 class SqliteStore final : public DatasetStore {
  public:
   // Opens nothing yet; a missing file is refused by Load, never made.
-  explicit SqliteStore(std::filesystem::path path);
+  explicit SqliteStore(std::filesystem::path path, files::Env& env = files::DefaultEnv());
   ~SqliteStore() override;
 
   const std::filesystem::path& Path() const override { return path_; }
@@ -36,43 +38,29 @@ class SqliteStore final : public DatasetStore {
   std::optional<Dataset> BeginCommand(std::chrono::milliseconds timeout) override;
   void EndCommand() override;
   void AbortCommand() noexcept override;
-
-  // The database as a codebook descriptor: for a database made from a
-  // codebook file, that file's descriptor with the sets as they are now.
-  nlohmann::ordered_json ExportCodebook();
-
-  // Makes a new database at `path` holding `dataset`, all or nothing; fails
-  // when `path` exists. `codebook`, when given, is the descriptor the dataset
-  // was read from: what the host does not interpret is kept from it.
-  static void Create(const std::filesystem::path& path, const Dataset& dataset,
-                     const nlohmann::ordered_json* codebook = nullptr);
+  // The descriptor of a database made from a codebook file is that file's,
+  // with the sets as they are now.
+  DatasetContents Export() override;
+  void Create(const DatasetContents& contents) override;
 
   // Whether a file that begins with `head` is an SQLite database.
   static bool HasHeader(std::string_view head);
-  // .db, .sqlite, .sqlite3
-  static bool NameSuggestsDatabase(const std::filesystem::path& path);
 
  private:
   SqliteConnection& Open();
-  Dataset ReadDataset(SqliteConnection& db);
-  Dataset ReadRows(SqliteConnection& db);
+  Dataset ReadDataset(SqliteConnection& db, std::vector<FieldRecord>* records = nullptr);
   void ReadRevision(SqliteConnection& db);
   void WriteSets(SqliteConnection& db, const std::vector<VariableSet>& sets);
   void DropPending() noexcept;
 
   std::filesystem::path path_;
+  files::Env& env_;
   std::unique_ptr<SqliteConnection> db_;
   std::chrono::milliseconds busyTimeout_;
   bool loaded_ = false;
   bool inCommand_ = false;
   std::int64_t revision_ = -1;  // of what was last read or written
 
-  // The sets as the database holds them, with their rows.
-  struct StoredSets {
-    std::vector<VariableSet> sets;
-    std::vector<std::int64_t> ids;
-    std::vector<std::int64_t> positions;
-  };
   StoredSets stored_;
   // What a command's Save wrote, kept once the command commits.
   std::optional<StoredSets> pending_;

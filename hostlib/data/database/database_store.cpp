@@ -1,0 +1,295 @@
+#include "hostlib/data/database/database_store.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+#include "hostlib/data/codebook/descriptor.h"
+#include "hostlib/data/codebook/field_layout.h"
+#include "hostlib/data/database/dictionary_rows.h"
+#include "hostlib/data/database/schema.h"
+#include "hostlib/data/database/set_rows.h"
+#include "hostlib/data/database/sqlite_connection.h"
+#include "hostlib/files/files.h"
+
+namespace hostlib::data {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+SqliteStore::SqliteStore(fs::path path, files::Env& env)
+    : path_(std::move(path)), env_(env), busyTimeout_(std::chrono::seconds(10)) {}
+
+SqliteStore::~SqliteStore() { AbortCommand(); }
+
+bool SqliteStore::HasHeader(std::string_view head) { return head.substr(0, 16) == kSqliteHeader; }
+
+SqliteConnection& SqliteStore::Open() {
+  if (db_) return *db_;
+  const std::string file = path_.string();
+  // Never made here: a missing database is refused like a missing file.
+  struct stat info {};
+  if (::stat(path_.c_str(), &info) != 0) {
+    throw DatasetError(file + ": cannot be read: " + std::strerror(errno));
+  }
+  auto db = std::make_unique<SqliteConnection>(path_, false, file, env_);
+  sqlite3_busy_timeout(db->Get(), static_cast<int>(busyTimeout_.count()));
+  // A rollback journal, synced at each commit: a killed process leaves a hot
+  // journal that the next opener rolls back.
+  db->Execute("PRAGMA foreign_keys = ON; PRAGMA synchronous = FULL;", "cannot be read");
+  Statement application(*db, "PRAGMA application_id", "cannot be read");
+  application.Step();
+  Statement version(*db, "PRAGMA user_version", "cannot be read");
+  version.Step();
+  if (application.Int(0) != kApplicationId) {
+    throw DatasetError(file + ": an SQLite database, but not a dataset database");
+  }
+  if (version.Int(0) > kFormatVersion) {
+    throw DatasetError(file + ": a dataset database of format " + std::to_string(version.Int(0)) +
+                       ", newer than this program reads (" + std::to_string(kFormatVersion) + ")");
+  }
+  if (version.Int(0) != kFormatVersion) {
+    throw DatasetError(file + ": not a valid dataset database: unknown format " +
+                       std::to_string(version.Int(0)));
+  }
+  db_ = std::move(db);
+  return *db_;
+}
+
+Dataset SqliteStore::Load() {
+  SqliteConnection& db = Open();
+  db.Execute("BEGIN", "cannot be read");
+  try {
+    Dataset dataset = ReadDataset(db);
+    db.Execute("COMMIT", "cannot be read");
+    return dataset;
+  } catch (...) {
+    sqlite3_exec(db.Get(), "ROLLBACK", nullptr, nullptr, nullptr);
+    throw;
+  }
+}
+
+// Inside a transaction: the whole dataset, with the rows of its variables
+// when `records` is given.
+Dataset SqliteStore::ReadDataset(SqliteConnection& db, std::vector<FieldRecord>* records) {
+  {
+    Statement check(db, "PRAGMA quick_check(1)", "cannot be read");
+    if (check.Step() && check.Text(0) != "ok") {
+      throw DatasetError(db.File() + ": not a valid dataset database: " + check.Text(0));
+    }
+  }
+  std::vector<FieldRecord> read = ReadFieldRecords(db);
+  StoredSets stored = ReadStoredSets(db);
+  ReadRevision(db);
+  Dataset dataset(VariablesOf(read), stored.sets);
+  stored_ = std::move(stored);
+  loaded_ = true;
+  if (records != nullptr) *records = std::move(read);
+  return dataset;
+}
+
+void SqliteStore::ReadRevision(SqliteConnection& db) {
+  Statement revision(db, "SELECT revision FROM dataset WHERE id = 1", "cannot be read");
+  if (!revision.Step()) {
+    throw DatasetError(db.File() + ": not a valid dataset database: the dataset row is missing");
+  }
+  revision_ = revision.Int(0);
+}
+
+bool SqliteStore::WouldChange(const Dataset& dataset) const {
+  return !loaded_ || dataset.MultipleResponseSets() != stored_.sets;
+}
+
+std::optional<Dataset> SqliteStore::BeginCommand(std::chrono::milliseconds timeout) {
+  SqliteConnection& db = Open();
+  busyTimeout_ = timeout;
+  sqlite3_busy_timeout(db.Get(), static_cast<int>(timeout.count()));
+  // A database this process may not write is only read: its command cannot
+  // save, and taking the write lock would fail.
+  const bool readOnly = sqlite3_db_readonly(db.Get(), "main") == 1;
+  Statement begin(db, readOnly ? "BEGIN" : "BEGIN IMMEDIATE", "cannot be read");
+  try {
+    begin.Run();
+  } catch (const DatasetError&) {
+    const int code = sqlite3_errcode(db.Get());
+    if (code == SQLITE_BUSY || code == SQLITE_LOCKED) {
+      throw DatasetError(LockTimeoutMessage(path_, timeout));
+    }
+    throw;
+  }
+  inCommand_ = true;
+  try {
+    const std::int64_t known = revision_;
+    ReadRevision(db);
+    if (loaded_ && revision_ == known) return std::nullopt;
+    return ReadDataset(db);
+  } catch (...) {
+    AbortCommand();
+    throw;
+  }
+}
+
+void SqliteStore::Save(const Dataset& dataset) {
+  SqliteConnection& db = Open();
+  const bool ownUnit = !inCommand_;
+  if (ownUnit) BeginCommand(busyTimeout_);
+  try {
+    WriteSets(db, dataset.MultipleResponseSets());
+  } catch (...) {
+    AbortCommand();
+    throw;
+  }
+  if (ownUnit) EndCommand();
+}
+
+// Rewrites only the sets that differ from the stored ones, and renumbers
+// the rest: a command that adds one set to thousands writes one set.
+void SqliteStore::WriteSets(SqliteConnection& db, const std::vector<VariableSet>& sets) {
+  const std::string doing = "not saved";
+  std::unordered_map<std::string, std::size_t> storedByName;
+  for (std::size_t i = 0; i < stored_.sets.size(); ++i) {
+    storedByName.emplace(FoldName(stored_.sets[i].GetName(kAsStored)), i);
+  }
+  std::vector<std::optional<std::size_t>> kept(sets.size());
+  std::vector<bool> used(stored_.sets.size(), false);
+  for (std::size_t i = 0; i < sets.size(); ++i) {
+    const auto found = storedByName.find(FoldName(sets[i].GetName(kAsStored)));
+    if (found != storedByName.end() && !used[found->second] &&
+        stored_.sets[found->second] == sets[i]) {
+      kept[i] = found->second;
+      used[found->second] = true;
+    }
+  }
+  Statement remove(db, "DELETE FROM sets WHERE id = ?", doing);
+  for (std::size_t i = 0; i < stored_.sets.size(); ++i) {
+    if (!used[i]) remove.BindInt(1, stored_.ids[i]).Run();
+  }
+  // Through negative positions, so that no two rows share one on the way.
+  Statement move(db, "UPDATE sets SET position = ? WHERE id = ?", doing);
+  for (int pass = 0; pass < 2; ++pass) {
+    for (std::size_t i = 0; i < sets.size(); ++i) {
+      if (!kept[i] || stored_.positions[*kept[i]] == static_cast<std::int64_t>(i)) continue;
+      const auto position = static_cast<std::int64_t>(i);
+      move.BindInt(1, pass == 0 ? -1 - position : position).BindInt(2, stored_.ids[*kept[i]]).Run();
+    }
+  }
+  SetWriter writer(db);
+  StoredSets written;
+  written.sets = sets;
+  for (std::size_t i = 0; i < sets.size(); ++i) {
+    const auto position = static_cast<std::int64_t>(i);
+    written.ids.push_back(kept[i] ? stored_.ids[*kept[i]] : writer.Insert(sets[i], position));
+    written.positions.push_back(position);
+  }
+  db.Execute("UPDATE dataset SET revision = revision + 1 WHERE id = 1", doing);
+  pending_ = std::move(written);
+  pendingRevision_ = revision_ + 1;
+}
+
+void SqliteStore::EndCommand() {
+  if (!inCommand_) return;
+  try {
+    db_->Execute("COMMIT", "not saved");
+  } catch (...) {
+    AbortCommand();
+    throw;
+  }
+  inCommand_ = false;
+  if (pending_) {
+    stored_ = std::move(*pending_);
+    revision_ = pendingRevision_;
+    loaded_ = true;
+  }
+  DropPending();
+}
+
+void SqliteStore::AbortCommand() noexcept {
+  if (inCommand_ && db_ && sqlite3_get_autocommit(db_->Get()) == 0) {
+    sqlite3_exec(db_->Get(), "ROLLBACK", nullptr, nullptr, nullptr);
+  }
+  inCommand_ = false;
+  DropPending();
+}
+
+void SqliteStore::DropPending() noexcept {
+  pending_.reset();
+  pendingRevision_ = -1;
+}
+
+DatasetContents SqliteStore::Export() {
+  SqliteConnection& db = Open();
+  db.Execute("BEGIN", "cannot be read");
+  try {
+    std::vector<FieldRecord> records;
+    Dataset dataset = ReadDataset(db, &records);
+    Statement document(db, "SELECT layout FROM dataset WHERE id = 1", "cannot be read");
+    document.Step();
+    const std::optional<std::string> layout = document.OptionalText(0);
+    db.Execute("COMMIT", "cannot be read");
+
+    Json fields = Json::array();
+    for (const FieldRecord& record : records) fields.push_back(JoinField(record));
+    auto descriptor = std::make_shared<Descriptor>(Descriptor{JoinDocument(
+        layout, std::move(fields), RenderCodebookSets(dataset.MultipleResponseSets()))});
+    return {std::move(dataset), std::move(descriptor)};
+  } catch (const Json::exception& error) {
+    sqlite3_exec(db.Get(), "ROLLBACK", nullptr, nullptr, nullptr);
+    throw DatasetError(db.File() +
+                       ": not a valid dataset database: a layout is not valid: " + error.what());
+  } catch (...) {
+    sqlite3_exec(db.Get(), "ROLLBACK", nullptr, nullptr, nullptr);
+    throw;
+  }
+}
+
+void SqliteStore::Create(const DatasetContents& contents) {
+  const std::string file = path_.string();
+  const Dataset& dataset = contents.dataset;
+  // What the host does not interpret is kept from the descriptor the dataset
+  // was read from.
+  std::vector<FieldRecord> records;
+  std::optional<std::string> layout;
+  const auto& variables = dataset.Variables();
+  records.reserve(variables.size());
+  if (contents.descriptor != nullptr) {
+    const Json& descriptor = contents.descriptor->json;
+    layout = SplitDocument(descriptor);
+    const Json& fields = descriptor.at(kCodebookFieldsKey);
+    for (std::size_t i = 0; i < variables.size(); ++i) {
+      records.push_back(SplitField(fields.at(i), variables[i]));
+    }
+  } else {
+    for (const VORN_Variable& variable : variables) records.push_back(FieldOf(variable));
+  }
+  const auto fill = [&](const fs::path& temporary) {
+    SqliteConnection db(temporary, true, file, env_);
+    const std::string doing = "not saved";
+    db.Execute(
+        "PRAGMA journal_mode = DELETE; PRAGMA synchronous = FULL; "
+        "PRAGMA foreign_keys = ON; PRAGMA application_id = " +
+            std::to_string(kApplicationId) +
+            "; PRAGMA user_version = " + std::to_string(kFormatVersion) + ";",
+        doing);
+    db.Execute("BEGIN", doing);
+    db.Execute(kSchema, doing);
+    Statement meta(db, "INSERT INTO dataset (id, revision, layout) VALUES (1, 0, ?)", doing);
+    meta.BindOptional(1, layout).Run();
+    InsertFieldRecords(db, records);
+    SetWriter writer(db);
+    std::int64_t position = 0;
+    for (const VariableSet& set : dataset.MultipleResponseSets()) writer.Insert(set, position++);
+    db.Execute("COMMIT", doing);
+  };
+  try {
+    files::CreateFileAtomically(path_, fill, env_);
+  } catch (const files::FileError& error) {
+    throw DatasetError(error.what());
+  }
+}
+
+}  // namespace hostlib::data

@@ -1,0 +1,62 @@
+// The dataset database's format: its identity and its tables (the README's
+// "Dataset databases" describes them).
+#pragma once
+
+#include <string_view>
+
+namespace hostlib::data {
+
+inline constexpr int kApplicationId = 0x4D525344;  // "MRSD"
+inline constexpr int kFormatVersion = 1;
+inline constexpr std::string_view kSqliteHeader("SQLite format 3\0", 16);
+
+// The format's tables; the README describes them.
+inline constexpr const char* kSchema = R"sql(
+CREATE TABLE dataset (
+  id INTEGER PRIMARY KEY CHECK (id = 1),
+  revision INTEGER NOT NULL CHECK (revision >= 0),
+  layout TEXT
+);
+CREATE TABLE variables (
+  position INTEGER PRIMARY KEY CHECK (position >= 0),
+  name TEXT NOT NULL CHECK (name <> ''),
+  folded_name TEXT NOT NULL UNIQUE,
+  width INTEGER NOT NULL CHECK (width BETWEEN 0 AND 32767),
+  type TEXT,
+  label TEXT,
+  layout TEXT
+);
+CREATE TABLE categories (
+  variable INTEGER NOT NULL REFERENCES variables (position) ON DELETE CASCADE,
+  position INTEGER NOT NULL CHECK (position >= 0),
+  value NOT NULL CHECK (typeof(value) IN ('integer', 'real', 'text')),
+  label TEXT,
+  bare INTEGER NOT NULL DEFAULT 0 CHECK (bare IN (0, 1)),
+  layout TEXT,
+  PRIMARY KEY (variable, position),
+  UNIQUE (variable, value),
+  CHECK (bare = 0 OR (label IS NULL AND layout IS NULL))
+) WITHOUT ROWID;
+CREATE TABLE sets (
+  id INTEGER PRIMARY KEY,
+  position INTEGER NOT NULL UNIQUE,
+  name TEXT NOT NULL,
+  folded_name TEXT NOT NULL UNIQUE,
+  type TEXT NOT NULL CHECK (type IN ('dichotomies', 'categories')),
+  label TEXT CHECK (label <> ''),
+  counted_value TEXT,
+  category_labels TEXT CHECK (category_labels IN ('countedValues', 'variableLabels')),
+  label_from_variables INTEGER NOT NULL DEFAULT 0 CHECK (label_from_variables IN (0, 1)),
+  extras TEXT,
+  CHECK ((type = 'dichotomies') = (counted_value IS NOT NULL)),
+  CHECK ((type = 'dichotomies') = (category_labels IS NOT NULL))
+);
+CREATE TABLE set_variables (
+  set_id INTEGER NOT NULL REFERENCES sets (id) ON DELETE CASCADE,
+  position INTEGER NOT NULL CHECK (position >= 0),
+  name TEXT NOT NULL,
+  PRIMARY KEY (set_id, position)
+) WITHOUT ROWID;
+)sql";
+
+}  // namespace hostlib::data

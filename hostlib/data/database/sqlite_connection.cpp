@@ -1,0 +1,39 @@
+#include "hostlib/data/database/sqlite_connection.h"
+
+#include <memory>
+
+#include "hostlib/data/database/sqlite_vfs.h"
+
+namespace hostlib::data {
+
+SqliteConnection::SqliteConnection(const std::filesystem::path& path, bool create, std::string file,
+                                   files::Env& env)
+    : file_(std::move(file)) {
+  const int flags = SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0) |
+                    SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
+  const int status = sqlite3_open_v2(path.c_str(), &db_, flags, VfsName(env));
+  if (status != SQLITE_OK) {
+    const std::string message = Message("cannot be read");
+    sqlite3_close_v2(std::exchange(db_, nullptr));  // the destructor will not run
+    throw DatasetError(message);
+  }
+}
+
+void SqliteConnection::Execute(std::string_view sql, const std::string& doing) {
+  while (!sql.empty()) {
+    sqlite3_stmt* raw = nullptr;
+    const char* tail = nullptr;
+    if (sqlite3_prepare_v2(db_, sql.data(), static_cast<int>(sql.size()), &raw, &tail) !=
+        SQLITE_OK) {
+      Fail(doing);
+    }
+    const std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> statement(raw, sqlite3_finalize);
+    sql.remove_prefix(static_cast<std::size_t>(tail - sql.data()));
+    if (raw == nullptr) continue;  // blanks or a comment
+    int status = SQLITE_ROW;
+    while (status == SQLITE_ROW) status = sqlite3_step(raw);
+    if (status != SQLITE_DONE) Fail(doing);
+  }
+}
+
+}  // namespace hostlib::data
