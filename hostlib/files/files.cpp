@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -118,21 +119,30 @@ struct Temporary {
   TemporaryFile name;
 };
 
+// A name beside `target` that no file has, hidden and named after it and
+// this process; `made` (true: taken) tries to take it.
+std::string UnusedNameBeside(const fs::path& target,
+                             const std::function<bool(const std::string&)>& made) {
+  const fs::path directory = target.has_parent_path() ? target.parent_path() : fs::path(".");
+  const std::string stem = (directory / ("." + target.filename().string() + ".tmp")).string() +
+                           std::to_string(::getpid()) + ".";
+  static unsigned counter = 0;
+  std::string name;
+  do {
+    name = stem + std::to_string(++counter);
+  } while (!made(name) && errno == EEXIST);
+  return name;
+}
+
 // A new, empty file beside `target`, named after it.
 Temporary CreateTemporaryBeside(Env& env, const fs::path& target, const SaveFailure& fail) {
-  const fs::path directory = target.has_parent_path() ? target.parent_path() : fs::path(".");
-  std::string hidden = ".";
-  hidden += target.filename().string();
-  hidden += ".tmp";
-  const std::string stem = (directory / hidden).string();
-  static unsigned counter = 0;
   int fd = -1;
-  std::string temporaryPath;
-  do {
-    temporaryPath = stem + std::to_string(::getpid()) + "." + std::to_string(++counter);
-    fd = env.Open(temporaryPath, O_WRONLY | O_CREAT | O_EXCL, 0666);
-  } while (fd < 0 && errno == EEXIST);
+  const std::string temporaryPath = UnusedNameBeside(target, [&](const std::string& name) {
+    fd = env.Open(name, O_WRONLY | O_CREAT | O_EXCL, 0666);
+    return fd >= 0;
+  });
   if (fd < 0) {
+    const fs::path directory = target.has_parent_path() ? target.parent_path() : fs::path(".");
     fail("cannot create a temporary file in " + directory.string(), errno);
   }
   return Temporary{FileDescriptor(fd), TemporaryFile(temporaryPath, env)};
@@ -173,11 +183,28 @@ void WriteFileAtomically(const fs::path& path, std::string_view contents, Env& e
   if (file.Close() != 0) {
     fail(writing, errno);
   }
+  // The old file keeps a second name until the new one is known to last: a
+  // folder that cannot be synced gets the old file back.
+  std::optional<TemporaryFile> kept;
+  if (::access(target.c_str(), F_OK) == 0) {
+    bool linked = false;
+    std::string name = UnusedNameBeside(target, [&](const std::string& candidate) {
+      linked = env.Link(target, candidate) == 0;
+      return linked;
+    });
+    if (!linked) fail("cannot keep the old file while replacing it", errno);
+    kept.emplace(std::move(name), env);
+  }
   if (env.Rename(temporary.Path(), target) != 0) {
     fail("cannot replace the file", errno);
   }
   temporary.Keep();
-  SyncDirectoryOf(env, target, fail);
+  const fs::path directory = target.has_parent_path() ? target.parent_path() : fs::path(".");
+  if (env.SyncFolder(directory) != 0) {
+    const int error = errno;
+    if (kept && env.Rename(kept->Path(), target) == 0) kept->Keep();
+    fail("cannot sync the directory " + directory.string(), error);
+  }
 }
 
 void CreateFileAtomically(const fs::path& path, const std::function<void(const fs::path&)>& fill,

@@ -19,6 +19,20 @@ SqliteConnection::SqliteConnection(const std::filesystem::path& path, bool creat
   }
 }
 
+std::string SqliteConnection::Message(std::string doing) const {
+  const int code = db_ != nullptr ? (sqlite3_extended_errcode(db_) & 0xff) : SQLITE_NOMEM;
+  if (code == SQLITE_CORRUPT || code == SQLITE_NOTADB) {
+    doing = "not a valid dataset database: the file is damaged or truncated";
+  }
+  std::string reason = db_ != nullptr ? sqlite3_errmsg(db_) : "out of memory";
+  int error = db_ != nullptr ? sqlite3_system_errno(db_) : 0;
+  if (error == 0 && code == SQLITE_IOERR) error = RefusedErrno(db_);
+  if (error != 0 && reason.find(std::strerror(error)) == std::string::npos) {
+    reason += std::string(" (") + std::strerror(error) + ")";
+  }
+  return file_ + ": " + doing + ": " + reason;
+}
+
 void SqliteConnection::Execute(std::string_view sql, const std::string& doing) {
   while (!sql.empty()) {
     sqlite3_stmt* raw = nullptr;

@@ -40,18 +40,7 @@ class SqliteConnection {
   const std::string& File() const { return file_; }
 
   [[noreturn]] void Fail(const std::string& doing) const { throw DatasetError(Message(doing)); }
-  std::string Message(std::string doing) const {
-    const int code = db_ != nullptr ? (sqlite3_extended_errcode(db_) & 0xff) : SQLITE_NOMEM;
-    if (code == SQLITE_CORRUPT || code == SQLITE_NOTADB) {
-      doing = "not a valid dataset database: the file is damaged or truncated";
-    }
-    std::string reason = db_ != nullptr ? sqlite3_errmsg(db_) : "out of memory";
-    const int error = db_ != nullptr ? sqlite3_system_errno(db_) : 0;
-    if (error != 0 && reason.find(std::strerror(error)) == std::string::npos) {
-      reason += std::string(" (") + std::strerror(error) + ")";
-    }
-    return file_ + ": " + doing + ": " + reason;
-  }
+  std::string Message(std::string doing) const;
 
   // Runs every statement of `sql`, which takes no parameters.
   void Execute(std::string_view sql, const std::string& doing);

@@ -2,11 +2,12 @@
 
 #include <sqlite3.h>
 
-#include <cerrno>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 namespace hostlib::data {
 namespace {
@@ -14,21 +15,30 @@ namespace {
 using files::Env;
 using files::FileOperation;
 
+struct EnvVfs {
+  sqlite3_vfs vfs{};
+  std::string name;
+  sqlite3_vfs* real = nullptr;
+  Env* env = nullptr;
+  int refused = 0;  // the errno of the last call the Env refused
+};
+
 // A file of the wrapping VFS: the default VFS's file follows it in memory.
 struct EnvFile {
   sqlite3_file base;
-  Env* env;
+  EnvVfs* vfs;
   const char* name;  // SQLite keeps it valid until xClose
   sqlite3_file* Real() { return reinterpret_cast<sqlite3_file*>(this + 1); }
 };
 
 EnvFile& Of(sqlite3_file* file) { return *reinterpret_cast<EnvFile*>(file); }
 
-// Asks the Env; a refusal becomes `code`, with errno set for the message.
-int Refused(Env& env, FileOperation operation, const char* name, int code) {
-  const int error = env.Intercept(operation, name != nullptr ? name : "");
+// Asks the Env; a refusal becomes `code`, and its errno what GetLastError
+// tells SQLite.
+int Refused(EnvVfs& vfs, FileOperation operation, const char* name, int code) {
+  const int error = vfs.env->Intercept(operation, name != nullptr ? name : "");
   if (error == 0) return SQLITE_OK;
-  errno = error;
+  vfs.refused = error;
   return code;
 }
 
@@ -38,21 +48,21 @@ int Read(sqlite3_file* file, void* buffer, int amount, sqlite3_int64 offset) {
 }
 int Write(sqlite3_file* file, const void* data, int amount, sqlite3_int64 offset) {
   EnvFile& f = Of(file);
-  if (const int code = Refused(*f.env, FileOperation::kWrite, f.name, SQLITE_IOERR_WRITE)) {
+  if (const int code = Refused(*f.vfs, FileOperation::kWrite, f.name, SQLITE_IOERR_WRITE)) {
     return code;
   }
   return f.Real()->pMethods->xWrite(f.Real(), data, amount, offset);
 }
 int Truncate(sqlite3_file* file, sqlite3_int64 size) {
   EnvFile& f = Of(file);
-  if (const int code = Refused(*f.env, FileOperation::kTruncate, f.name, SQLITE_IOERR_TRUNCATE)) {
+  if (const int code = Refused(*f.vfs, FileOperation::kTruncate, f.name, SQLITE_IOERR_TRUNCATE)) {
     return code;
   }
   return f.Real()->pMethods->xTruncate(f.Real(), size);
 }
 int Sync(sqlite3_file* file, int flags) {
   EnvFile& f = Of(file);
-  if (const int code = Refused(*f.env, FileOperation::kSync, f.name, SQLITE_IOERR_FSYNC)) {
+  if (const int code = Refused(*f.vfs, FileOperation::kSync, f.name, SQLITE_IOERR_FSYNC)) {
     return code;
   }
   return f.Real()->pMethods->xSync(f.Real(), flags);
@@ -116,20 +126,13 @@ constexpr sqlite3_io_methods kMethods = {3,
                                          Fetch,
                                          Unfetch};
 
-struct EnvVfs {
-  sqlite3_vfs vfs{};
-  std::string name;
-  sqlite3_vfs* real = nullptr;
-  Env* env = nullptr;
-};
-
 EnvVfs& VfsOf(sqlite3_vfs* vfs) { return *static_cast<EnvVfs*>(vfs->pAppData); }
 
 int Open(sqlite3_vfs* vfs, const char* name, sqlite3_file* file, int flags, int* outFlags) {
   EnvVfs& self = VfsOf(vfs);
   EnvFile& f = Of(file);
   f.base.pMethods = nullptr;
-  f.env = self.env;
+  f.vfs = &self;
   f.name = name;
   const int status = self.real->xOpen(self.real, name, f.Real(), flags, outFlags);
   // A file the default VFS did not open has no methods, so SQLite never
@@ -140,7 +143,7 @@ int Open(sqlite3_vfs* vfs, const char* name, sqlite3_file* file, int flags, int*
 
 int Delete(sqlite3_vfs* vfs, const char* name, int syncDir) {
   EnvVfs& self = VfsOf(vfs);
-  if (const int code = Refused(*self.env, FileOperation::kUnlink, name, SQLITE_IOERR_DELETE)) {
+  if (const int code = Refused(self, FileOperation::kUnlink, name, SQLITE_IOERR_DELETE)) {
     return code;
   }
   return self.real->xDelete(self.real, name, syncDir);
@@ -170,8 +173,13 @@ int Sleep(sqlite3_vfs* vfs, int microseconds) {
 int CurrentTime(sqlite3_vfs* vfs, double* out) {
   return VfsOf(vfs).real->xCurrentTime(VfsOf(vfs).real, out);
 }
-// The system's errno of the last failure, which a refusal set.
-int GetLastError(sqlite3_vfs*, int, char*) { return errno; }
+// The errno of the last refusal (SQLite asks again while it rolls back);
+// else the default VFS's answer.
+int GetLastError(sqlite3_vfs* vfs, int size, char* out) {
+  EnvVfs& self = VfsOf(vfs);
+  if (self.refused != 0) return self.refused;
+  return self.real->xGetLastError(self.real, size, out);
+}
 int CurrentTimeInt64(sqlite3_vfs* vfs, sqlite3_int64* out) {
   return VfsOf(vfs).real->xCurrentTimeInt64(VfsOf(vfs).real, out);
 }
@@ -204,6 +212,16 @@ std::unique_ptr<EnvVfs> MakeVfs(Env& env) {
 }
 
 }  // namespace
+
+int RefusedErrno(sqlite3* db) {
+  sqlite3_vfs* vfs = nullptr;
+  if (db == nullptr ||
+      sqlite3_file_control(db, "main", SQLITE_FCNTL_VFS_POINTER, &vfs) != SQLITE_OK ||
+      vfs == nullptr || vfs->xOpen != Open) {
+    return 0;
+  }
+  return VfsOf(vfs).refused;
+}
 
 const char* VfsName(Env& env) {
   // One VFS per Env address: an Env made later at the address of one gone
