@@ -1,14 +1,23 @@
 // Kept apart from data_source.cpp: it is the only part of the data-source
-// library that needs the session.
+// library that needs the active dataset.
 #include "host/data_source.h"
-#include "hostlib/session/session.h"
+#include "hostlib/data/active_dataset.h"
 
-ProcedureDataSource::ProcedureDataSource()
-    : VORN_DataSource(hostlib::Session::Instance().ActiveDataset()) {}
+namespace {
+
+std::shared_ptr<hostlib::data::Dataset> Active() {
+  const hostlib::data::ActiveDatasetSource* source = hostlib::data::CurrentActiveDatasetSource();
+  return source != nullptr ? source->ActiveDataset() : nullptr;
+}
+
+}  // namespace
+
+ProcedureDataSource::ProcedureDataSource() : VORN_DataSource(Active()) {}
 
 ProcedureDataSource::~ProcedureDataSource() = default;
 
 const VORN_DataSource* ProcedureDataSource::GetParentSource() const {
-  const VORN_DataSource* root = hostlib::Session::Instance().RootSource();
+  const hostlib::data::ActiveDatasetSource* source = hostlib::data::CurrentActiveDatasetSource();
+  const VORN_DataSource* root = source != nullptr ? source->RootSource() : nullptr;
   return root != nullptr ? root : this;
 }

@@ -8,13 +8,15 @@
 #include "host/output.h"
 #include "host/runtime.h"
 #include "hostlib/output/document.h"
-#include "hostlib/session/session.h"
+#include "hostlib/output/output_target.h"
 
 namespace {
 
 constexpr const char* kSourceFile = "hostlib/output/pivot_table.cpp";
 
-hostlib::output::Document& Output() { return hostlib::Session::Instance().Output(); }
+hostlib::output::Document& Output() {
+  return hostlib::output::CurrentOutputTarget().TargetDocument();
+}
 
 hostlib::output::Dimension* FindDimension(std::size_t table, int dimension) {
   hostlib::output::Table* found = Output().FindTable(table);
@@ -112,12 +114,12 @@ BpDimension BpPivotTable::Dimension(const BpCellText& label, int sort) {
 }
 
 BpPivotTable BpHeading::PivotTable(const BpCellText& title, const BpCellText& caption, bool) {
-  hostlib::Session& session = hostlib::Session::Instance();
+  hostlib::output::OutputTarget& target = hostlib::output::CurrentOutputTarget();
   hostlib::output::Table table;
-  table.command = session.CommandNumber();
+  table.command = target.CommandNumber();
   table.title = title.Value();
   table.caption = caption.Value();
-  return BpPivotTable(session.Output().Add(std::move(table)));
+  return BpPivotTable(target.TargetDocument().Add(std::move(table)));
 }
 
 BpProcedure::BpProcedure(const std::string& /*title*/, int /*kind*/) { Output().OpenProcedure(); }

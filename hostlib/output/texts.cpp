@@ -4,7 +4,7 @@
 
 #include "host/output.h"
 #include "hostlib/output/document.h"
-#include "hostlib/session/session.h"
+#include "hostlib/output/output_target.h"
 
 BpCellText::BpCellText(std::string text, bool fixed, bool composite)
     : value_{std::move(text), fixed, composite, {}, {}} {}
@@ -12,7 +12,7 @@ BpCellText::BpCellText(std::string text, bool fixed, bool composite)
 BpCellText::~BpCellText() = default;
 
 int BpCellText::Replicate(const BpCellText& text) {
-  return hostlib::Session::Instance().Output().Register(text.Value());
+  return hostlib::output::CurrentOutputTarget().TargetDocument().Register(text.Value());
 }
 
 BpString::BpString(const std::string& text, bool fixed) : BpCellText(text, fixed, false) {}
@@ -33,6 +33,7 @@ void BpComposite::Finish() { openSublist_ = 0; }
 // Every message goes into the output, whatever `show` asks for: the host has
 // no other place for it.
 void BpError(const BpCellText& text, int /*show*/, int level) {
-  hostlib::Session& session = hostlib::Session::Instance();
-  session.Output().Add(hostlib::output::Message{session.CommandNumber(), level, text.Value()});
+  hostlib::output::OutputTarget& target = hostlib::output::CurrentOutputTarget();
+  target.TargetDocument().Add(
+      hostlib::output::Message{target.CommandNumber(), level, text.Value()});
 }

@@ -1,11 +1,11 @@
 #include "host/runtime.h"
 
 #include "hostlib/output/document.h"
-#include "hostlib/session/session.h"
+#include "hostlib/output/output_target.h"
 
 void VORN_AssertionFailed(const char* condition, const char* file, int line) {
-  hostlib::Session& session = hostlib::Session::Instance();
-  session.Output().Add(hostlib::output::Assertion{session.CommandNumber(),
-                                                  condition != nullptr ? condition : "",
-                                                  file != nullptr ? file : "", line});
+  hostlib::output::OutputTarget& target = hostlib::output::CurrentOutputTarget();
+  target.TargetDocument().Add(hostlib::output::Assertion{target.CommandNumber(),
+                                                         condition != nullptr ? condition : "",
+                                                         file != nullptr ? file : "", line});
 }

@@ -22,6 +22,18 @@ Session& Session::Instance() {
   return session;
 }
 
+Session::Session() {
+  data::InstallActiveDatasetSource(this);
+  syntax::InstallCommandSource(this);
+  output::InstallOutputTarget(this);
+}
+
+Session::~Session() {
+  data::InstallActiveDatasetSource(nullptr);
+  syntax::InstallCommandSource(nullptr);
+  output::InstallOutputTarget(nullptr);
+}
+
 void Session::OpenDataset(std::shared_ptr<data::Dataset> dataset) {
   dataset_ = std::move(dataset);
   root_ = dataset_ ? std::make_unique<VORN_DataSource>(dataset_) : nullptr;

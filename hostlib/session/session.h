@@ -1,46 +1,46 @@
 // The host's state while it runs commands: the active dataset, the command
-// being run and the output document. The module reaches it only through the
-// host/ declarations; the mrset program and the tests drive it from here.
+// being run and the output document. It is the one place that ties the
+// host's libraries to the running command: it installs itself as the active
+// dataset of the data library, the command source of the syntax library and
+// the output target of the output library. The module reaches it only
+// through the host/ declarations; the mrset program drives it from here.
 #pragma once
 
 #include <memory>
 
+#include "hostlib/data/active_dataset.h"
 #include "hostlib/output/document.h"
-
-class VORN_DataSource;
-
-namespace hostlib::syntax {
-class Command;
-}
-namespace hostlib::data {
-class Dataset;
-}
+#include "hostlib/output/output_target.h"
+#include "hostlib/syntax/command_source.h"
 
 namespace hostlib {
 
-class Session {
+class Session final : public data::ActiveDatasetSource,
+                      public syntax::CommandSource,
+                      public output::OutputTarget {
  public:
   static Session& Instance();
+  ~Session() override;
 
   // Opening sets word 11 of the dictionary common area; closing clears it.
   void OpenDataset(std::shared_ptr<data::Dataset> dataset);
   void CloseDataset();
-  std::shared_ptr<data::Dataset> ActiveDataset() const { return dataset_; }
-  // The data source behind every procedure's view of the active dataset.
-  const VORN_DataSource* RootSource() const { return root_.get(); }
+  std::shared_ptr<data::Dataset> ActiveDataset() const override { return dataset_; }
+  const VORN_DataSource* RootSource() const override { return root_.get(); }
 
   void BeginCommand(int number, std::shared_ptr<const syntax::Command> command);
   void EndCommand();
-  std::shared_ptr<const syntax::Command> CurrentCommand() const { return command_; }
-  int CommandNumber() const { return commandNumber_; }
+  std::shared_ptr<const syntax::Command> CurrentCommand() const override { return command_; }
+  int CommandNumber() const override { return commandNumber_; }
 
   output::Document& Output() { return output_; }
+  output::Document& TargetDocument() override { return output_; }
 
   // Back to the state of a new process (tests).
   void Reset();
 
  private:
-  Session() = default;
+  Session();
 
   std::shared_ptr<data::Dataset> dataset_;
   std::unique_ptr<VORN_DataSource> root_;

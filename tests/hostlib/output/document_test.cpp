@@ -8,7 +8,7 @@
 #include "host/output.h"
 #include "host/runtime.h"
 #include "hostlib/output/document.h"
-#include "hostlib/session/session.h"
+#include "test_output.h"
 
 namespace {
 
@@ -19,21 +19,17 @@ using hostlib::output::Table;
 
 class DocumentTest : public testing::Test {
  protected:
-  void SetUp() override {
-    hostlib::Session::Instance().Reset();
-    hostlib::Session::Instance().BeginCommand(3, nullptr);
-  }
-  void TearDown() override { hostlib::Session::Instance().Reset(); }
+  void SetUp() override { output_.BeginCommand(3); }
 
-  static Document& Output() { return hostlib::Session::Instance().Output(); }
-  static const Table& TableAt(std::size_t index) {
-    return std::get<Table>(Output().Items().at(index));
-  }
+  Document& Output() { return output_.TargetDocument(); }
+  const Table& TableAt(std::size_t index) { return std::get<Table>(Output().Items().at(index)); }
+
+  output_test::TestOutput output_;
 };
 
 TEST_F(DocumentTest, MessagesAndAssertionsKeepOrderAndCommand) {
   output_test::Report("First ^1", "a");
-  hostlib::Session::Instance().BeginCommand(4, nullptr);
+  output_.BeginCommand(4);
   output_test::Report("Second", "", kWarningLevel);
   VORN_AssertionFailed("pos > 0", "backend/mrset/mrsetparse", 42);
   output_test::Report("Third", "");

@@ -10,17 +10,20 @@
 #include "display_table.h"
 #include "host/runtime.h"
 #include "hostlib/output/render.h"
-#include "hostlib/session/session.h"
 #include "hostlib/strings/unicode.h"
+#include "test_output.h"
 
 namespace {
 
 using hostlib::output::Format;
 using output_test::SetRow;
 
-hostlib::output::Document& Output() { return hostlib::Session::Instance().Output(); }
+// The running test's output, which the scenarios below write to.
+output_test::TestOutput* output = nullptr;
 
-void Command(int number) { hostlib::Session::Instance().BeginCommand(number, nullptr); }
+hostlib::output::Document& Output() { return output->TargetDocument(); }
+
+void Command(int number) { output->BeginCommand(number); }
 
 void Display(int command, const std::vector<SetRow>& sets) {
   Command(command);
@@ -82,8 +85,10 @@ const FormatCase kFormats[] = {
 
 class RenderTest : public testing::Test {
  protected:
-  void SetUp() override { hostlib::Session::Instance().Reset(); }
-  void TearDown() override { hostlib::Session::Instance().Reset(); }
+  void SetUp() override { output = &output_; }
+  void TearDown() override { output = nullptr; }
+
+  output_test::TestOutput output_;
 };
 
 // Set MRSET_UPDATE_GOLDEN=1 to rewrite the files after a deliberate change.
@@ -101,7 +106,7 @@ void ExpectGolden(const std::string& file, const std::string& actual) {
 
 TEST_F(RenderTest, MatchesGoldenFiles) {
   for (const GoldenCase& scenario : kGoldenCases) {
-    hostlib::Session::Instance().Reset();
+    output->Clear();
     scenario.build();
     for (const FormatCase& format : kFormats) {
       SCOPED_TRACE(std::string(scenario.name) + "." + format.extension);
@@ -115,7 +120,7 @@ TEST_F(RenderTest, MatchesGoldenFiles) {
 TEST_F(RenderTest, WritingInStepsGivesTheSameOutput) {
   for (const FormatCase& format : kFormats) {
     SCOPED_TRACE(format.extension);
-    hostlib::Session::Instance().Reset();
+    output->Clear();
     std::ostringstream stepwise;
     const auto renderer = hostlib::output::MakeRenderer(format.format);
     renderer->Begin(stepwise);
