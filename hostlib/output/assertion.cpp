@@ -1,3 +1,4 @@
+// Assertions are items of the output document, like messages.
 #include "host/runtime.h"
 
 #include "hostlib/output/document.h"
