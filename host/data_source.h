@@ -21,10 +21,6 @@
 #include <string>
 #include <vector>
 
-namespace hostlib::data {
-class Dataset;
-}
-
 // The value labels of one variable (host side: what a handle points at).
 struct VORN_ValueLabels {
   std::map<double, std::string> numeric;
@@ -82,8 +78,10 @@ class VORN_ValueLabelMap {
 
 class VORN_DataSource {
  public:
-  // Host side: a data source over a dataset (null: none).
-  explicit VORN_DataSource(std::shared_ptr<hostlib::data::Dataset> dataset);
+  // What the host keeps behind a data source (the dataset it views); opaque
+  // here: a command module gets its data sources from the host.
+  struct HostState;
+  explicit VORN_DataSource(std::shared_ptr<HostState> state);
   VORN_DataSource(const VORN_DataSource&) = delete;
   VORN_DataSource& operator=(const VORN_DataSource&) = delete;
   virtual ~VORN_DataSource();
@@ -95,11 +93,10 @@ class VORN_DataSource {
   int FindVarIndex(const char* name, int selector) const;
   const VORN_Variable& GetVariable(int index) const;
 
-  // Host side.
-  hostlib::data::Dataset& Data() const;
+  const HostState& Host() const { return *state_; }
 
  private:
-  std::shared_ptr<hostlib::data::Dataset> dataset_;
+  std::shared_ptr<HostState> state_;
 };
 
 // The running procedure's view of the active dataset.

@@ -15,10 +15,6 @@
 #include <memory>
 #include <string>
 
-namespace hostlib::syntax {
-class Command;
-}
-
 class TokenSequenceBase {
  public:
   enum TokenType : int {
@@ -50,7 +46,7 @@ class TokenSequenceBase {
   virtual int SubType() const = 0;
   virtual double NumberValue() const = 0;
 
-  // The current token's text as TokenString gives it (host side).
+  // The current token's text as TokenString gives it.
   virtual std::string Text() const = 0;
 };
 
@@ -60,8 +56,6 @@ class TokenSequenceBase {
 class VORN_TokenSequence final : public TokenSequenceBase {
  public:
   explicit VORN_TokenSequence(bool currentCommand);
-  // Host side: a sequence over a given command (tests, tools).
-  explicit VORN_TokenSequence(std::shared_ptr<const hostlib::syntax::Command> command);
   ~VORN_TokenSequence() override;
 
   bool Next() override;
@@ -73,7 +67,5 @@ class VORN_TokenSequence final : public TokenSequenceBase {
   std::string Text() const override;
 
  private:
-  std::shared_ptr<const hostlib::syntax::Command> command_;
-  std::uint32_t current_ = 0;
-  std::uint32_t next_ = 0;
+  std::unique_ptr<TokenSequenceBase> tokens_;  // the host's cursor
 };

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/data_source.h"
+#include "hostlib/data/data_source.h"
 #include "hostlib/data/dataset.h"
 #include "hostlib/strings/unicode.h"
 
@@ -66,29 +67,45 @@ const VORN_VLImplPointer& VORN_Variable::GetValueLabels() const { return valueLa
 
 // ---- data sources --------------------------------------------------------
 
-VORN_DataSource::VORN_DataSource(std::shared_ptr<hostlib::data::Dataset> dataset)
-    : dataset_(std::move(dataset)) {}
+VORN_DataSource::VORN_DataSource(std::shared_ptr<HostState> state) : state_(std::move(state)) {
+  if (!state_) state_ = std::make_shared<HostState>();
+}
 
 VORN_DataSource::~VORN_DataSource() = default;
 
 const VORN_DataSource* VORN_DataSource::GetParentSource() const { return this; }
 
-unsigned int VORN_DataSource::ColumnCount() const { return dataset_ ? dataset_->ColumnCount() : 0; }
+unsigned int VORN_DataSource::ColumnCount() const {
+  return state_->dataset ? state_->dataset->ColumnCount() : 0;
+}
 
 int VORN_DataSource::FindVarIndex(const char* name, int /*selector*/) const {
-  return dataset_ && name != nullptr ? dataset_->FindVarIndex(name) : -1;
+  return state_->dataset && name != nullptr ? state_->dataset->FindVarIndex(name) : -1;
 }
 
 const VORN_Variable& VORN_DataSource::GetVariable(int index) const {
-  return Data().Variable(index);
+  return hostlib::data::DatasetOf(*this).Variable(index);
 }
 
-hostlib::data::Dataset& VORN_DataSource::Data() const {
-  if (!dataset_) {
+namespace hostlib::data {
+
+std::shared_ptr<VORN_DataSource::HostState> HostStateOver(std::shared_ptr<Dataset> dataset) {
+  return std::make_shared<VORN_DataSource::HostState>(
+      VORN_DataSource::HostState{std::move(dataset)});
+}
+
+std::unique_ptr<VORN_DataSource> DataSourceOver(std::shared_ptr<Dataset> dataset) {
+  return std::make_unique<VORN_DataSource>(HostStateOver(std::move(dataset)));
+}
+
+Dataset& DatasetOf(const VORN_DataSource& source) {
+  if (!source.Host().dataset) {
     throw std::logic_error("no dataset is open");
   }
-  return *dataset_;
+  return *source.Host().dataset;
 }
+
+}  // namespace hostlib::data
 
 // ---- variable sets -------------------------------------------------------
 
@@ -167,11 +184,11 @@ void CheckSetsType(VarSetsType type) {
 
 std::vector<VariableSet> VariableSets(const VORN_DataSource& dataSource, VarSetsType type) {
   CheckSetsType(type);
-  return dataSource.Data().MultipleResponseSets();
+  return hostlib::data::DatasetOf(dataSource).MultipleResponseSets();
 }
 
 void SaveVariableSets(const std::vector<VariableSet>& sets, VORN_DataSource& dataSource,
                       VarSetsType type) {
   CheckSetsType(type);
-  dataSource.Data().ReplaceMultipleResponseSets(sets);
+  hostlib::data::DatasetOf(dataSource).ReplaceMultipleResponseSets(sets);
 }

@@ -2,6 +2,7 @@
 // library that needs the active dataset.
 #include "host/data_source.h"
 #include "hostlib/data/active_dataset.h"
+#include "hostlib/data/data_source.h"
 
 namespace {
 
@@ -12,7 +13,8 @@ std::shared_ptr<hostlib::data::Dataset> Active() {
 
 }  // namespace
 
-ProcedureDataSource::ProcedureDataSource() : VORN_DataSource(Active()) {}
+ProcedureDataSource::ProcedureDataSource()
+    : VORN_DataSource(hostlib::data::HostStateOver(Active())) {}
 
 ProcedureDataSource::~ProcedureDataSource() = default;
 

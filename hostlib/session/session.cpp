@@ -4,6 +4,7 @@
 
 #include "host/common_areas.h"
 #include "host/data_source.h"
+#include "hostlib/data/data_source.h"
 #include "hostlib/data/dataset.h"
 #include "hostlib/syntax/command.h"
 
@@ -36,7 +37,7 @@ Session::~Session() {
 
 void Session::OpenDataset(std::shared_ptr<data::Dataset> dataset) {
   dataset_ = std::move(dataset);
-  root_ = dataset_ ? std::make_unique<VORN_DataSource>(dataset_) : nullptr;
+  root_ = dataset_ ? data::DataSourceOver(dataset_) : nullptr;
   SetActiveDatasetWord(dataset_ != nullptr);
 }
 

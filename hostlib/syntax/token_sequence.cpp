@@ -1,43 +1,43 @@
+#include "hostlib/syntax/token_sequence.h"
+
 #include <algorithm>
 #include <utility>
 
-#include "host/syntax.h"
-#include "hostlib/syntax/command.h"
-
+namespace hostlib::syntax {
 namespace {
 
-std::shared_ptr<const hostlib::syntax::Command> OrEmpty(
-    std::shared_ptr<const hostlib::syntax::Command> command) {
-  if (command) {
-    return command;
+class CommandTokens final : public TokenSequenceBase {
+ public:
+  explicit CommandTokens(std::shared_ptr<const Command> command) : command_(std::move(command)) {
+    if (!command_) {
+      command_ = std::make_shared<const Command>(std::string(), std::vector<Token>{},
+                                                 std::vector<SourcePosition>{});
+    }
   }
-  return std::make_shared<const hostlib::syntax::Command>(
-      std::string(), std::vector<hostlib::syntax::Token>{},
-      std::vector<hostlib::syntax::SourcePosition>{});
-}
+
+  bool Next() override {
+    const auto last = static_cast<std::uint32_t>(command_->Size() - 1);
+    current_ = std::min(next_, last);
+    next_ = current_ + 1;
+    return Type() != kEndOfCommand;
+  }
+  std::uint32_t GetPosition() const override { return current_; }
+  void SetPosition(std::uint32_t position) override { next_ = position; }
+  int Type() const override { return command_->At(current_).type; }
+  int SubType() const override { return command_->At(current_).code; }
+  double NumberValue() const override { return command_->At(current_).number; }
+  std::string Text() const override { return command_->TokenText(current_); }
+
+ private:
+  std::shared_ptr<const Command> command_;
+  std::uint32_t current_ = 0;
+  std::uint32_t next_ = 0;
+};
 
 }  // namespace
 
-VORN_TokenSequence::VORN_TokenSequence(std::shared_ptr<const hostlib::syntax::Command> command)
-    : command_(OrEmpty(std::move(command))) {}
-
-VORN_TokenSequence::~VORN_TokenSequence() = default;
-
-bool VORN_TokenSequence::Next() {
-  const auto last = static_cast<std::uint32_t>(command_->Size() - 1);
-  current_ = std::min(next_, last);
-  next_ = current_ + 1;
-  return Type() != kEndOfCommand;
+std::unique_ptr<TokenSequenceBase> TokenSequenceOver(std::shared_ptr<const Command> command) {
+  return std::make_unique<CommandTokens>(std::move(command));
 }
 
-std::uint32_t VORN_TokenSequence::GetPosition() const { return current_; }
-
-void VORN_TokenSequence::SetPosition(std::uint32_t position) { next_ = position; }
-
-int VORN_TokenSequence::Type() const { return command_->At(current_).type; }
-
-int VORN_TokenSequence::SubType() const { return command_->At(current_).code; }
-
-double VORN_TokenSequence::NumberValue() const { return command_->At(current_).number; }
-
-std::string VORN_TokenSequence::Text() const { return command_->TokenText(current_); }
+}  // namespace hostlib::syntax

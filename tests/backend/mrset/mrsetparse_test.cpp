@@ -14,6 +14,7 @@
 #include "hostlib/data/dataset.h"
 #include "hostlib/session/session.h"
 #include "hostlib/syntax/splitter.h"
+#include "hostlib/syntax/token_sequence.h"
 
 extern "C" void MRSET();
 
@@ -27,9 +28,9 @@ class MrsetParseTest : public testing::Test {
   void TearDown() override { Session::Instance().Reset(); }
 
   // A token sequence over `text` with token `current` current.
-  static std::unique_ptr<VORN_TokenSequence> TokensAt(const std::string& text, int current) {
+  static std::unique_ptr<TokenSequenceBase> TokensAt(const std::string& text, int current) {
     auto tokens =
-        std::make_unique<VORN_TokenSequence>(hostlib::syntax::SplitCommands(text).at(0).command);
+        hostlib::syntax::TokenSequenceOver(hostlib::syntax::SplitCommands(text).at(0).command);
     for (int i = 0; i <= current; ++i) tokens->Next();
     return tokens;
   }

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "host/data_source.h"
+#include "hostlib/data/data_source.h"
 #include "hostlib/data/dataset.h"
 #include "hostlib/session/session.h"
 
@@ -99,7 +100,7 @@ TEST(VariableSetTest, UpperCasesNamesOnlyWhenAsked) {
 
 TEST(VariableSetsTest, SaveReplacesTheWholeListInOrder) {
   auto dataset = std::make_shared<Dataset>(Sample());
-  VORN_DataSource source(dataset);
+  VORN_DataSource source(HostStateOver(dataset));
   EXPECT_TRUE(VariableSets(source, kMultipleResponseSets).empty());
 
   const std::vector<VariableSet> sets = {VariableSet("$b", VariableSet::kMultipleCategorySet),
@@ -116,7 +117,7 @@ TEST(VariableSetsTest, SaveReplacesTheWholeListInOrder) {
 
 TEST(VariableSetsTest, RefusesOtherFamiliesAndKinds) {
   auto dataset = std::make_shared<Dataset>(Sample());
-  VORN_DataSource source(dataset);
+  VORN_DataSource source(HostStateOver(dataset));
   EXPECT_THROW(VariableSets(source, static_cast<VarSetsType>(2)), std::invalid_argument);
   EXPECT_THROW(SaveVariableSets({}, source, static_cast<VarSetsType>(0)), std::invalid_argument);
   EXPECT_THROW(

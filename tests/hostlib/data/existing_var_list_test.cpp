@@ -10,9 +10,11 @@
 #include "host/data_source.h"
 #include "host/output.h"
 #include "host/syntax.h"
+#include "hostlib/data/data_source.h"
 #include "hostlib/data/dataset.h"
 #include "hostlib/session/session.h"
 #include "hostlib/syntax/splitter.h"
+#include "hostlib/syntax/token_sequence.h"
 
 namespace {
 
@@ -35,7 +37,8 @@ class ExistingVarListTest : public ::testing::Test {
     const auto commands = hostlib::syntax::SplitCommands("X " + list + ".");
     EXPECT_EQ(commands.size(), 1u);
     const auto command = commands.at(0).command;
-    VORN_TokenSequence tokens(command);
+    const auto owned = hostlib::syntax::TokenSequenceOver(command);
+    TokenSequenceBase& tokens = *owned;
     tokens.Next();
     tokens.Next();
     Result result;
@@ -54,9 +57,10 @@ class ExistingVarListTest : public ::testing::Test {
     return result;
   }
 
-  VORN_DataSource source_{std::make_shared<hostlib::data::Dataset>(std::vector<VORN_Variable>{
-      VORN_Variable("a", 0), VORN_Variable("b", 0), VORN_Variable("c", 0), VORN_Variable("d", 0),
-      VORN_Variable("Größe", 0), VORN_Variable("e", 4)})};
+  VORN_DataSource source_{hostlib::data::HostStateOver(
+      std::make_shared<hostlib::data::Dataset>(std::vector<VORN_Variable>{
+          VORN_Variable("a", 0), VORN_Variable("b", 0), VORN_Variable("c", 0),
+          VORN_Variable("d", 0), VORN_Variable("Größe", 0), VORN_Variable("e", 4)}))};
 };
 
 TEST_F(ExistingVarListTest, ReadsNamesRangesAndAll) {

@@ -5,15 +5,17 @@
 #include "host/output.h"
 #include "host/syntax.h"
 #include "hostlib/syntax/splitter.h"
+#include "hostlib/syntax/token_sequence.h"
 
 namespace {
 
-VORN_TokenSequence Sequence(std::string_view input) {
-  return VORN_TokenSequence(hostlib::syntax::SplitCommands(input).at(0).command);
+std::unique_ptr<TokenSequenceBase> Sequence(std::string_view input) {
+  return hostlib::syntax::TokenSequenceOver(hostlib::syntax::SplitCommands(input).at(0).command);
 }
 
 TEST(TokenSequenceTest, CursorStepsBackAndStaysAtEnd) {
-  auto tokens = Sequence("a / c.");
+  const auto owned = Sequence("a / c.");
+  TokenSequenceBase& tokens = *owned;
   EXPECT_EQ(tokens.GetPosition(), 0u);
   EXPECT_TRUE(tokens.Next());
   EXPECT_EQ(TokenString(tokens), "a");
@@ -41,7 +43,7 @@ TEST(TokenSequenceTest, CursorStepsBackAndStaysAtEnd) {
 }
 
 TEST(TokenSequenceTest, EmptyCommandHoldsOnlyTheEnd) {
-  VORN_TokenSequence tokens(std::shared_ptr<const hostlib::syntax::Command>{});
+  VORN_TokenSequence tokens(false);
   EXPECT_FALSE(tokens.Next());
   EXPECT_EQ(tokens.Type(), TokenSequenceBase::kEndOfCommand);
   EXPECT_EQ(tokens.GetPosition(), 0u);
@@ -63,12 +65,14 @@ TEST(TokenSequenceTest, TokenStringAndCaps) {
       {"σπίτι", "σπίτι", "ΣΠΊΤΙ"},
   };
   for (const Case& c : cases) {
-    auto tokens = Sequence(c.input);
+    const auto owned = Sequence(c.input);
+    TokenSequenceBase& tokens = *owned;
     tokens.Next();
     EXPECT_EQ(TokenString(tokens), c.text) << c.input;
     EXPECT_EQ(TokenStringCaps(tokens), c.caps) << c.input;
   }
-  auto tokens = Sequence("a 2.5");
+  const auto owned = Sequence("a 2.5");
+  TokenSequenceBase& tokens = *owned;
   tokens.Next();
   tokens.Next();
   EXPECT_DOUBLE_EQ(tokens.NumberValue(), 2.5);
