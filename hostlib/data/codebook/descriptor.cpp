@@ -1,5 +1,7 @@
 #include "hostlib/data/codebook/descriptor.h"
 
+#include "hostlib/data/codebook/json_nesting.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -54,9 +56,38 @@ std::pair<std::size_t, std::size_t> LineAndColumn(std::string_view text, std::si
 
 }  // namespace
 
+namespace {
+
+std::string Position(std::string_view text, std::size_t offset) {
+  const auto [line, column] = LineAndColumn(text, offset);
+  return "line " + std::to_string(line) + ", column " + std::to_string(column);
+}
+
+}  // namespace
+
 Json ParseDescriptor(const std::string& text, const std::string& file) {
+  if (const auto fault = FindNestingFault(text)) {
+    throw DatasetError(file + ": " + Position(text, fault->offset) + ": " +
+                       (fault->pointer.empty() ? "/" : fault->pointer) + ": nested more than " +
+                       std::to_string(kMaxJsonNesting) + " levels deep");
+  }
   try {
     return Json::parse(text);
+  } catch (const Json::out_of_range& error) {
+    // A number beyond what a double holds ("1e999"): point at its first
+    // appearance.
+    std::string_view detail = error.what();
+    std::string place;
+    if (const auto quote = detail.find('\''); quote != std::string_view::npos) {
+      const std::string_view number = detail.substr(quote + 1, detail.rfind('\'') - quote - 1);
+      if (const auto at = text.find(number); at != std::string::npos) {
+        place = Position(text, at) + ": ";
+      }
+    }
+    if (const auto cut = detail.find("] "); cut != std::string_view::npos) {
+      detail.remove_prefix(cut + 2);
+    }
+    throw DatasetError(file + ": " + place + "not valid JSON: " + std::string(detail));
   } catch (const Json::parse_error& error) {
     // The library counts the offending byte from 1; point at it.
     const auto [line, column] = LineAndColumn(text, error.byte == 0 ? 0 : error.byte - 1);
@@ -164,11 +195,20 @@ class DescriptorReader {
     return *value;
   }
 
+  // A name holds no NUL: the host passes names on as C strings.
+  const std::string& RequiredName(const Json& object, const std::string& place) const {
+    const std::string& name = RequiredString(object, place, "name");
+    if (name.find('\0') != std::string::npos) {
+      Fail(Child(place, "name"), "must not hold the character U+0000");
+    }
+    return name;
+  }
+
   VORN_Variable ReadField(const Json& field, const std::string& place) const {
     if (!field.is_object()) {
       Fail(place, "must be an object");
     }
-    const std::string& name = RequiredString(field, place, "name");
+    const std::string& name = RequiredName(field, place);
     if (name.empty()) {
       Fail(Child(place, "name"), "must not be empty");
     }
@@ -274,7 +314,7 @@ class DescriptorReader {
     if (!entry.is_object()) {
       Fail(place, "must be an object");
     }
-    const std::string& name = RequiredString(entry, place, "name");
+    const std::string& name = RequiredName(entry, place);
     const std::string& type = RequiredString(entry, place, "type");
     const bool dichotomies = type == "dichotomies";
     if (!dichotomies && type != "categories") {
@@ -312,7 +352,11 @@ class DescriptorReader {
       if (!(*variables)[i].is_string()) {
         Fail(Child(variablesPlace, i), "must be a string");
       }
-      set.AddVariableName((*variables)[i].get<std::string>());
+      const auto& member = (*variables)[i].get_ref<const std::string&>();
+      if (member.find('\0') != std::string::npos) {
+        Fail(Child(variablesPlace, i), "must not hold the character U+0000");
+      }
+      set.AddVariableName(member);
     }
     // A category set has no counted value or category labels; such keys are
     // kept with the set's other unknown keys.

@@ -4,6 +4,8 @@
 #include <string>
 #include <unordered_map>
 
+#include "hostlib/data/codebook/json_nesting.h"
+
 namespace hostlib::data {
 
 namespace {
@@ -16,6 +18,14 @@ constexpr const char* kReading = "cannot be read";
 
 }  // namespace
 
+void CheckLayout(const SqliteConnection& db, const std::optional<std::string>& layout,
+                 const std::string& owner) {
+  if (layout && FindNestingFault(*layout)) {
+    Corrupt(db, owner + ": a layout nests more than " + std::to_string(kMaxJsonNesting) +
+                    " levels deep");
+  }
+}
+
 std::vector<FieldRecord> ReadFieldRecords(const SqliteConnection& db) {
   std::vector<FieldRecord> records;
   std::unordered_map<std::int64_t, std::size_t> indexByPosition;
@@ -27,6 +37,10 @@ std::vector<FieldRecord> ReadFieldRecords(const SqliteConnection& db) {
     FieldRecord record{variables.Text(1),         static_cast<int>(variables.Int(3)),
                        variables.OptionalText(4), variables.OptionalText(5),
                        variables.OptionalText(6), {}};
+    if (record.name.find('\0') != std::string::npos) {
+      Corrupt(db, "a variable name holds the character U+0000");
+    }
+    CheckLayout(db, record.layout, "variable \"" + record.name + "\"");
     if (variables.Text(2) != FoldName(record.name)) {
       Corrupt(db, "variable \"" + record.name + "\": folded_name does not match the name");
     }
@@ -50,6 +64,7 @@ std::vector<FieldRecord> ReadFieldRecords(const SqliteConnection& db) {
                       (record.width > 0 ? "text, as the variable is a string variable"
                                         : "a number, as the variable is numeric"));
     }
+    CheckLayout(db, category.layout, "variable \"" + record.name + "\"");
     record.categories.push_back(std::move(category));
   }
   return records;

@@ -13,6 +13,11 @@ namespace hostlib::data {
 // DatasetError for rows that break the format's rules.
 std::vector<FieldRecord> ReadFieldRecords(const SqliteConnection& db);
 
+// Refuses a layout (or a set's extras) that nests deeper than a JSON text may
+// before anything parses it; `owner` names what holds it.
+void CheckLayout(const SqliteConnection& db, const std::optional<std::string>& layout,
+                 const std::string& owner);
+
 // The dictionary the records describe.
 std::vector<VORN_Variable> VariablesOf(const std::vector<FieldRecord>& records);
 

@@ -1,5 +1,7 @@
 #include "hostlib/data/database/set_rows.h"
 
+#include "hostlib/data/database/dictionary_rows.h"
+
 #include <string>
 #include <unordered_map>
 
@@ -25,6 +27,9 @@ StoredSets ReadStoredSets(const SqliteConnection& db) {
                  kReading);
   while (sets.Step()) {
     const std::string name = sets.Text(2);
+    if (name.find('\0') != std::string::npos) {
+      Corrupt(db, "a set name holds the character U+0000");
+    }
     if (sets.Text(9) != FoldName(name)) {
       Corrupt(db, "set \"" + name + "\": folded_name does not match the name");
     }
@@ -39,6 +44,7 @@ StoredSets ReadStoredSets(const SqliteConnection& db) {
     set.LabelSetByVariable(sets.Int(7) != 0);
     if (!sets.IsNull(8)) {
       const std::string extras = sets.Text(8);
+      CheckLayout(db, extras, "set \"" + name + "\"");
       if (!Json::parse(extras, nullptr, false).is_object()) {
         Corrupt(db, "set \"" + name + "\": extras must be a JSON object");
       }
@@ -57,7 +63,11 @@ StoredSets ReadStoredSets(const SqliteConnection& db) {
     const auto found = indexById.find(setVariables.Int(0));
     if (found == indexById.end())
       Corrupt(db, "a row refers to a variable or set that is not there");
-    members[found->second].push_back(setVariables.Text(1));
+    std::string member = setVariables.Text(1);
+    if (member.find('\0') != std::string::npos) {
+      Corrupt(db, "a set's variable name holds the character U+0000");
+    }
+    members[found->second].push_back(std::move(member));
   }
   for (std::size_t i = 0; i < members.size(); ++i) {
     for (const std::string& name : members[i]) stored.sets[i].AddVariableName(name);

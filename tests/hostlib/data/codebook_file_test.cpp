@@ -156,6 +156,12 @@ TEST_F(CodebookFileTest, SavesTheSetListExactlyAsGiven) {
             (std::vector<VariableSet>{sets[0], fromLabels, unnamedAsStored}));
 }
 
+std::string Repeated(const std::string& text, int times) {
+  std::string out;
+  for (int i = 0; i < times; ++i) out += text;
+  return out;
+}
+
 TEST_F(CodebookFileTest, RefusesBadFilesNamingPlaceAndFault) {
   const auto field = [](const std::string& json) { return R"({"fields": [)" + json + "]}"; };
   const auto set = [](const std::string& json) {
@@ -170,6 +176,14 @@ TEST_F(CodebookFileTest, RefusesBadFilesNamingPlaceAndFault) {
        "line 1, column 8: not valid JSON: syntax error while parsing value - invalid string: "
        "ill-formed UTF-8 byte"},
       {"[]", "the top level must be a JSON object"},
+      // Deep nesting, even where nothing is interpreted, is refused before it is walked.
+      {R"({"fields": [], "x": {"y": )" + std::string(600, '[') + std::string(600, ']') + "}}",
+       "line 1, column 537: /x/y/" + Repeated("0/", 509) + "0: nested more than 512 levels deep"},
+      {field(R"({"name": "a", "categories": [{"value": 1}, {"value": 1e999}]})"),
+       "line 1, column 66: not valid JSON: number overflow parsing '1e999'"},
+      {field(R"({"name": "a\u0000b"})"), "/fields/0/name: must not hold the character U+0000"},
+      {set(R"("type": "categories", "variables": ["a\u0000"])"),
+       "/multipleResponseSets/0/variables/0: must not hold the character U+0000"},
       {"{}", "/fields: is missing"},
       {R"({"fields": {}})", "/fields: must be an array"},
       {field("1"), "/fields/0: must be an object"},
