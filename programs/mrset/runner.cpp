@@ -85,25 +85,30 @@ void Runner::RunModule() {
     ReportHostError("The command was stopped by an unknown failure and changed nothing.");
     return;
   }
-  if (dataset && dataset->SetsRevision() != revision && SaveDatasetIfChanged() && scope) {
-    try {
-      scope->Finish();
-    } catch (const std::exception& failure) {
-      ReportHostError(std::string("The dataset was not saved: ") + failure.what());
-    }
+  if (dataset && dataset->SetsRevision() != revision) SaveDataset(scope);
+}
+
+void Runner::SaveDataset(std::optional<hostlib::data::CommandScope>& scope) {
+  if (store_ == nullptr || !saveDataset_) return;
+  const auto dataset = Session::Instance().ActiveDataset();
+  try {
+    if (!store_->WouldChange(*dataset)) return;
+    store_->Save(*dataset);
+    if (scope) scope->Finish();
+  } catch (const std::exception& failure) {
+    ReportHostError(std::string("The dataset was not saved: ") + failure.what());
+    DropUnsavedChanges();
   }
 }
 
-bool Runner::SaveDatasetIfChanged() {
-  if (store_ == nullptr || !saveDataset_) return false;
-  const auto dataset = Session::Instance().ActiveDataset();
+// The file holds the dataset as it was before the command: so must memory,
+// or the next command that saves would write this one's changes too.
+void Runner::DropUnsavedChanges() {
   try {
-    if (!store_->WouldChange(*dataset)) return false;
-    store_->Save(*dataset);
-    return true;
+    Session::Instance().OpenDataset(std::make_shared<hostlib::data::Dataset>(store_->Load()));
   } catch (const std::exception& failure) {
-    ReportHostError(std::string("The dataset was not saved: ") + failure.what());
-    return false;
+    ReportHostError(std::string("The dataset could not be read again after the failed save: ") +
+                    failure.what());
   }
 }
 

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <iosfwd>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -36,8 +37,10 @@ class Runner {
 
  private:
   void RunModule();
-  // Whether it wrote the dataset; a failure is reported.
-  bool SaveDatasetIfChanged();
+  // Writes the dataset when the command changed it and ends the command's
+  // hold on the store; a failure is reported and the changes are dropped.
+  void SaveDataset(std::optional<hostlib::data::CommandScope>& scope);
+  void DropUnsavedChanges();
   void ReportHostError(const std::string& text);
   void WriteNewOutput();
 
