@@ -241,11 +241,17 @@ void CreateFileAtomically(const fs::path& path, std::string_view contents, Env& 
 
 FileLock::Outcome FileLock::Acquire(const fs::path& path, std::chrono::milliseconds timeout,
                                     Env& env) {
-  FileDescriptor fd(env.Open(path, O_RDWR | O_CREAT, 0666));
+  // Never through a symbolic link: a link planted at the lock's name would
+  // make the lock file wherever it points.
+  FileDescriptor fd(env.Open(path, O_RDWR | O_CREAT | O_NOFOLLOW, 0666));
   if (!fd && (errno == EACCES || errno == EROFS || errno == EPERM)) {
     // A lock file that exists can be locked through a descriptor for reading.
-    fd = FileDescriptor(env.Open(path, O_RDONLY));
-    if (!fd) return Outcome::kNotPermitted;
+    fd = FileDescriptor(env.Open(path, O_RDONLY | O_NOFOLLOW));
+    if (!fd && errno != ELOOP) return Outcome::kNotPermitted;
+  }
+  if (!fd && errno == ELOOP) {
+    throw FileError(path.string() +
+                    ": the lock file is a symbolic link; remove it, it is not followed");
   }
   if (!fd) {
     throw FileError(path.string() + ": cannot open the lock file: " + std::strerror(errno));

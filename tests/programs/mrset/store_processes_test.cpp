@@ -181,6 +181,32 @@ TEST_P(StoreProcesses, FailingSaveIsReportedAndChangesNothing) {
   EXPECT_TRUE(SetNames().empty());
 }
 
+TEST_P(StoreProcesses, OutputOntoTheDatasetIsRefusedBeforeAnythingRuns) {
+  const std::string before = ReadFile(dataset_);
+  fs::create_symlink(dataset_, dir_ / "link");
+  for (const fs::path& output : {dataset_, dir_ / "link", fs::path(dataset_.string() + ".lock"),
+                                 fs::path(dataset_.string() + "-journal"),
+                                 dir_ / ("." + dataset_.filename().string() + ".tmp1.1")}) {
+    const pid_t run =
+        Spawn({MRSET_PROGRAM, "-d", dataset_.string(), "-o", output.string(), "-e", Define("$new")},
+              dir_ / "clash.out");
+    EXPECT_EQ(Wait(run), 2) << output << ": " << ReadFile(dir_ / "clash.out");
+    EXPECT_EQ(ReadFile(dataset_), before) << output;
+  }
+  EXPECT_TRUE(SetNames().empty());
+}
+
+TEST_P(StoreProcesses, LockFileLinksAreNotFollowed) {
+  if (GetParam() == "db") GTEST_SKIP() << "a database locks itself";
+  fs::create_symlink(dir_ / "victim", dataset_.string() + ".lock");
+  EXPECT_EQ(Wait(Mrset(Define("$new"), "linked")), 1) << ReadFile(dir_ / "linked.out");
+  EXPECT_NE(ReadFile(dir_ / "linked.out").find("the lock file is a symbolic link"),
+            std::string::npos)
+      << ReadFile(dir_ / "linked.out");
+  EXPECT_FALSE(fs::exists(dir_ / "victim"));
+  EXPECT_TRUE(SetNames().empty());
+}
+
 TEST_P(StoreProcesses, DamagedFilesAreRefusedAndLeftAlone) {
   const std::string whole = ReadFile(dataset_);
   for (const std::string& bytes : {whole.substr(0, whole.size() / 2), whole.substr(0, 40),
