@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -12,6 +13,7 @@
 #include "hostlib/data/codebook/descriptor.h"
 #include "hostlib/data/codebook/field_layout.h"
 #include "hostlib/data/database/dictionary_rows.h"
+#include "hostlib/data/database/guard.h"
 #include "hostlib/data/database/schema.h"
 #include "hostlib/data/database/set_rows.h"
 #include "hostlib/data/database/sqlite_connection.h"
@@ -37,8 +39,11 @@ SqliteConnection& SqliteStore::Open() {
   if (::stat(path_.c_str(), &info) != 0) {
     throw DatasetError(file + ": cannot be read: " + std::strerror(errno));
   }
+  const bool writeAheadLog = InWriteAheadLogMode(path_, env_);
   auto db = std::make_unique<SqliteConnection>(path_, false, file, env_);
+  GuardConnection(*db);
   sqlite3_busy_timeout(db->Get(), static_cast<int>(busyTimeout_.count()));
+  if (writeAheadLog) LeaveWriteAheadLogMode(*db);
   // A rollback journal, synced at each commit: a killed process leaves a hot
   // journal that the next opener rolls back.
   db->Execute("PRAGMA foreign_keys = ON; PRAGMA synchronous = FULL;", "cannot be read");
@@ -57,6 +62,7 @@ SqliteConnection& SqliteStore::Open() {
     throw DatasetError(file + ": not a valid dataset database: unknown format " +
                        std::to_string(version.Int(0)));
   }
+  CheckSchema(*db);
   db_ = std::move(db);
   return *db_;
 }
@@ -186,9 +192,14 @@ void SqliteStore::WriteSets(SqliteConnection& db, const std::vector<VariableSet>
     written.ids.push_back(kept[i] ? stored_.ids[*kept[i]] : writer.Insert(sets[i], position));
     written.positions.push_back(position);
   }
-  db.Execute("UPDATE dataset SET revision = revision + 1 WHERE id = 1", doing);
+  // The revision only tells one state from the next: at its greatest it
+  // wraps to 0, and stays an integer.
+  db.Execute(
+      "UPDATE dataset SET revision = CASE WHEN revision >= 9223372036854775807 THEN 0 "
+      "ELSE revision + 1 END WHERE id = 1",
+      doing);
   pending_ = std::move(written);
-  pendingRevision_ = revision_ + 1;
+  pendingRevision_ = revision_ == std::numeric_limits<std::int64_t>::max() ? 0 : revision_ + 1;
 }
 
 void SqliteStore::EndCommand() {

@@ -33,7 +33,7 @@ std::string SqliteConnection::Message(std::string doing) const {
   return file_ + ": " + doing + ": " + reason;
 }
 
-void SqliteConnection::Execute(std::string_view sql, const std::string& doing) {
+void SqliteConnection::Execute(std::string_view sql, const std::string& doing) const {
   while (!sql.empty()) {
     sqlite3_stmt* raw = nullptr;
     const char* tail = nullptr;

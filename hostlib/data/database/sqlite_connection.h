@@ -43,7 +43,7 @@ class SqliteConnection {
   std::string Message(std::string doing) const;
 
   // Runs every statement of `sql`, which takes no parameters.
-  void Execute(std::string_view sql, const std::string& doing);
+  void Execute(std::string_view sql, const std::string& doing) const;
 
  private:
   sqlite3* db_ = nullptr;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <nlohmann/json.hpp>
 
 #include "hostlib/data/codebook/codebook_store.h"
@@ -234,6 +235,74 @@ TEST_F(StoreTest, RefusesFilesThatAreNoDatasetAndLeavesThemAlone) {
               (dir_ / "none.db").string() + ": cannot be read: No such file or directory");
   }
   EXPECT_FALSE(fs::exists(dir_ / "none.db"));
+}
+
+// Runs SQL on a database as another program would.
+void Tamper(const fs::path& path, const std::string& sql) {
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  char* error = nullptr;
+  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &error), SQLITE_OK) << error;
+  sqlite3_free(error);
+  sqlite3_close(db);
+}
+
+TEST_F(StoreTest, RefusesDatabasesWhoseSchemaIsNotTheFormats) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"CREATE TRIGGER t AFTER INSERT ON sets BEGIN UPDATE variables SET label = 'PWNED'; END",
+       R"(trigger "t" is not the format's)"},
+      {"DROP TABLE set_variables; CREATE VIEW set_variables AS "
+       "SELECT 1 AS set_id, 0 AS position, 'x' AS name",
+       R"(view "set_variables" is not the format's)"},
+      {"ALTER TABLE sets ADD COLUMN note TEXT", R"(table "sets" is not the format's)"},
+      {"CREATE INDEX extra ON variables (label)", R"(index "extra" is not the format's)"},
+  };
+  for (const auto& [sql, fault] : cases) {
+    const fs::path path = MakeDataset("hostile.db");
+    Tamper(path, sql);
+    const std::string bytes = Read(path);
+    try {
+      OpenDatasetStore(path)->Load();
+      ADD_FAILURE() << "accepted: " << sql;
+    } catch (const DatasetError& error) {
+      EXPECT_EQ(error.what(), path.string() + ": not a valid dataset database: " + fault);
+    }
+    EXPECT_EQ(Read(path), bytes) << sql;
+    fs::remove(path);
+  }
+}
+
+TEST_F(StoreTest, DatabaseLeftInWriteAheadLogModeIsSetBack) {
+  const fs::path path = MakeDataset("wal.db");
+  Tamper(path, "PRAGMA journal_mode = WAL");
+  ASSERT_EQ(static_cast<int>(Read(path)[18]), 2);
+  const auto store = OpenDatasetStore(path);
+  Dataset dataset = store->Load();
+  EXPECT_EQ(dataset.MultipleResponseSets().size(), 2u);
+  EXPECT_EQ(static_cast<int>(Read(path)[18]), 1);
+}
+
+TEST_F(StoreTest, RevisionWrapsAndStaysAnInteger) {
+  const fs::path path = MakeDataset("full.db");
+  Tamper(path, "UPDATE dataset SET revision = 9223372036854775807");
+  const auto store = OpenDatasetStore(path);
+  Dataset dataset = store->Load();
+  dataset.ReplaceMultipleResponseSets({Category("$x")});
+  ASSERT_FALSE(store->BeginCommand(milliseconds(0)).has_value());
+  store->Save(dataset);
+  store->EndCommand();
+  // Unchanged since this store saved: no reload.
+  EXPECT_FALSE(store->BeginCommand(milliseconds(0)).has_value());
+  store->AbortCommand();
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  sqlite3_stmt* statement = nullptr;
+  sqlite3_prepare_v2(db, "SELECT typeof(revision), revision FROM dataset", -1, &statement, nullptr);
+  ASSERT_EQ(sqlite3_step(statement), SQLITE_ROW);
+  EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)), "integer");
+  EXPECT_EQ(sqlite3_column_int64(statement, 1), 0);
+  sqlite3_finalize(statement);
+  sqlite3_close(db);
 }
 
 }  // namespace
