@@ -1,6 +1,7 @@
 #include "hostlib/files/files.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -237,6 +238,41 @@ void CreateFileAtomically(const fs::path& path, std::string_view contents, Env& 
         if (file.Close() != 0) fail(writing, errno);
       },
       env);
+}
+
+namespace {
+
+// The writer's PID of a leftover named ".NAME.tmpPID.N" or
+// ".NAME.tmpPID.N-journal"; 0 when the name is no such thing.
+pid_t LeftoverWriter(std::string_view name, std::string_view prefix) {
+  if (name.substr(0, prefix.size()) != prefix) return 0;
+  name.remove_prefix(prefix.size());
+  if (const std::string_view journal = "-journal";
+      name.size() > journal.size() && name.substr(name.size() - journal.size()) == journal) {
+    name.remove_suffix(journal.size());
+  }
+  const auto dot = name.find('.');
+  if (dot == 0 || dot == std::string_view::npos || dot + 1 == name.size()) return 0;
+  const auto digits = [](std::string_view text) {
+    return text.find_first_not_of("0123456789") == std::string_view::npos;
+  };
+  if (!digits(name.substr(0, dot)) || !digits(name.substr(dot + 1)) || dot > 9) return 0;
+  return static_cast<pid_t>(std::stol(std::string(name.substr(0, dot))));
+}
+
+}  // namespace
+
+void RemoveLeftoversBeside(const fs::path& target, Env& env) {
+  const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
+  const std::string prefix = "." + target.filename().string() + ".tmp";
+  std::error_code error;
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    const std::string name = entry->path().filename().string();
+    const pid_t writer = LeftoverWriter(name, prefix);
+    if (writer <= 0 || writer == ::getpid()) continue;
+    if (::kill(writer, 0) != 0 && errno == ESRCH) env.Unlink(entry->path());
+  }
 }
 
 FileLock::Outcome FileLock::Acquire(const fs::path& path, std::chrono::milliseconds timeout,

@@ -87,6 +87,12 @@ void CreateFileAtomically(const std::filesystem::path& path,
 void CreateFileAtomically(const std::filesystem::path& path, std::string_view contents,
                           Env& env = DefaultEnv());
 
+// Removes what writers that died left beside `target`: the temporary files
+// the writes above make (".NAME.tmpPID.N", and the journal SQLite keeps
+// beside one), only those whose writer (PID) is gone. Call it while holding
+// the target's lock. Failures are ignored: a leftover stays for next time.
+void RemoveLeftoversBeside(const std::filesystem::path& target, Env& env = DefaultEnv());
+
 // An exclusive lock (flock) on a lock file, which is made when missing and
 // never removed: removing it would let two processes lock two files of one
 // name. The kernel drops the lock when its holder dies.

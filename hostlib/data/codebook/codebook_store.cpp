@@ -46,6 +46,7 @@ std::optional<Dataset> CodebookFile::BeginCommand(std::chrono::milliseconds time
   if (outcome == files::FileLock::Outcome::kTimedOut) {
     throw DatasetError(LockTimeoutMessage(path_, timeout));
   }
+  if (outcome == files::FileLock::Outcome::kHeld) files::RemoveLeftoversBeside(target, env_);
   // kNotPermitted: nobody without rights to the folder can lock, and such a
   // process cannot save here either; the command reads whole files anyway.
   files::FileIdentity now;

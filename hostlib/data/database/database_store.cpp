@@ -129,6 +129,8 @@ std::optional<Dataset> SqliteStore::BeginCommand(std::chrono::milliseconds timeo
     throw;
   }
   inCommand_ = true;
+  // Under the write lock no conversion of this process is under way.
+  if (!readOnly) files::RemoveLeftoversBeside(path_, env_);
   try {
     const std::int64_t known = revision_;
     ReadRevision(db);

@@ -1,6 +1,7 @@
 // Both stores through the DatasetStore interface: conversion that keeps
 // everything, per-command locking and reloading, refusals and failed saves.
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -185,6 +186,27 @@ TEST_P(BothStores, FailedSaveLeavesTheOldContents) {
   EXPECT_EQ(Read(path), before);
   EXPECT_TRUE(store->WouldChange(dataset));
   EXPECT_EQ(OpenDatasetStore(path)->Load().MultipleResponseSets().size(), 2u);
+}
+
+TEST_P(BothStores, CommandsRemoveWhatDeadWritersLeft) {
+  const fs::path path = MakeDataset(GetParam());
+  const pid_t dead = ::fork();
+  if (dead == 0) ::_exit(0);
+  ::waitpid(dead, nullptr, 0);
+  const std::string stem = "." + path.filename().string() + ".tmp";
+  const std::string gone = std::to_string(dead);
+  const std::string alive = std::to_string(::getppid());
+  const std::vector<std::string> removed = {stem + gone + ".1", stem + gone + ".2-journal"};
+  const std::vector<std::string> kept = {stem + alive + ".1", stem + gone + ".x",
+                                         "." + path.filename().string() + ".tmpx.1"};
+  for (const auto& name : removed) Write(name, "left");
+  for (const auto& name : kept) Write(name, "left");
+  const auto store = OpenDatasetStore(path);
+  store->Load();
+  store->BeginCommand(milliseconds(0));
+  store->AbortCommand();
+  for (const auto& name : removed) EXPECT_FALSE(fs::exists(dir_ / name)) << name;
+  for (const auto& name : kept) EXPECT_TRUE(fs::exists(dir_ / name)) << name;
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, BothStores, ::testing::Values("data.json", "data.db"),
