@@ -158,54 +158,77 @@ void SyncDirectoryOf(Env& env, const fs::path& target, const SaveFailure& fail) 
 
 }  // namespace
 
-// A reader sees the old file or the new one, never a mix: the text goes to a
-// temporary file next to the target, reaches the disk, and is renamed over it.
-void WriteFileAtomically(const fs::path& path, std::string_view contents, Env& env) {
-  const SaveFailure fail(path);
-  fs::path target = path;
+namespace {
+
+// Replace the file a symbolic link points at, not the link.
+fs::path ResolvedTarget(const fs::path& path) {
   std::error_code ignored;
   if (fs::is_symlink(path, ignored)) {
-    // Replace the file the link points at, not the link.
-    if (fs::path resolved = fs::canonical(path, ignored); !ignored) {
-      target = std::move(resolved);
-    }
+    if (fs::path resolved = fs::canonical(path, ignored); !ignored) return resolved;
   }
-  auto [file, temporary] = CreateTemporaryBeside(env, target, fail);
+  return path;
+}
 
-  const std::string writing = "cannot write " + temporary.Path();
+}  // namespace
+
+AtomicFileWriter::AtomicFileWriter(const fs::path& path, Env& env)
+    : path_(path), target_(ResolvedTarget(path)), env_(env) {
+  const SaveFailure fail(path_);
+  auto [file, temporary] = CreateTemporaryBeside(env_, target_, fail);
+  file_ = std::move(file);
+  temporary_ = temporary.Path();
+  temporary.Keep();  // this writer removes it
   struct stat old {};
-  if (::stat(target.c_str(), &old) == 0 && ::fchmod(file.Get(), old.st_mode & 07777) != 0) {
-    fail(writing, errno);
+  if (::stat(target_.c_str(), &old) == 0 && ::fchmod(file_.Get(), old.st_mode & 07777) != 0) {
+    Discard();
+    fail("cannot write " + temporary_, errno);
   }
-  WriteAll(env, file.Get(), temporary.Path(), contents, fail, writing);
-  if (env.Sync(file.Get(), temporary.Path()) != 0) {
-    fail(writing, errno);
-  }
-  if (file.Close() != 0) {
-    fail(writing, errno);
-  }
+}
+
+AtomicFileWriter::~AtomicFileWriter() { Discard(); }
+
+void AtomicFileWriter::Discard() noexcept {
+  file_ = FileDescriptor();
+  if (!temporary_.empty()) env_.Unlink(std::exchange(temporary_, std::string()));
+}
+
+void AtomicFileWriter::Append(std::string_view data) {
+  WriteAll(env_, file_.Get(), temporary_, data, SaveFailure(path_), "cannot write " + temporary_);
+}
+
+void AtomicFileWriter::Commit() {
+  const SaveFailure fail(path_);
+  const std::string writing = "cannot write " + temporary_;
+  if (env_.Sync(file_.Get(), temporary_) != 0) fail(writing, errno);
+  if (file_.Close() != 0) fail(writing, errno);
   // The old file keeps a second name until the new one is known to last: a
   // folder that cannot be synced gets the old file back.
   std::optional<TemporaryFile> kept;
-  if (::access(target.c_str(), F_OK) == 0) {
+  if (::access(target_.c_str(), F_OK) == 0) {
     bool linked = false;
-    std::string name = UnusedNameBeside(target, [&](const std::string& candidate) {
-      linked = env.Link(target, candidate) == 0;
+    std::string name = UnusedNameBeside(target_, [&](const std::string& candidate) {
+      linked = env_.Link(target_, candidate) == 0;
       return linked;
     });
     if (!linked) fail("cannot keep the old file while replacing it", errno);
-    kept.emplace(std::move(name), env);
+    kept.emplace(std::move(name), env_);
   }
-  if (env.Rename(temporary.Path(), target) != 0) {
-    fail("cannot replace the file", errno);
-  }
-  temporary.Keep();
-  const fs::path directory = target.has_parent_path() ? target.parent_path() : fs::path(".");
-  if (env.SyncFolder(directory) != 0) {
+  if (env_.Rename(temporary_, target_) != 0) fail("cannot replace the file", errno);
+  temporary_.clear();
+  const fs::path directory = target_.has_parent_path() ? target_.parent_path() : fs::path(".");
+  if (env_.SyncFolder(directory) != 0) {
     const int error = errno;
-    if (kept && env.Rename(kept->Path(), target) == 0) kept->Keep();
+    if (kept && env_.Rename(kept->Path(), target_) == 0) kept->Keep();
     fail("cannot sync the directory " + directory.string(), error);
   }
+}
+
+// A reader sees the old file or the new one, never a mix: the text goes to a
+// temporary file next to the target, reaches the disk, and is renamed over it.
+void WriteFileAtomically(const fs::path& path, std::string_view contents, Env& env) {
+  AtomicFileWriter writer(path, env);
+  writer.Append(contents);
+  writer.Commit();
 }
 
 void CreateFileAtomically(const fs::path& path, const std::function<void(const fs::path&)>& fill,

@@ -73,6 +73,31 @@ std::string ReadWholeFile(const std::filesystem::path& path, FileIdentity* ident
 // The identity of the file at `path` now; false when it cannot be had.
 bool IdentifyFile(const std::filesystem::path& path, FileIdentity& identity);
 
+// A file written in pieces and put in place whole: the pieces go to a
+// temporary file beside `path` (beside the file a symbolic link points at);
+// Commit syncs it and renames it over the target. Until then the target is as
+// it was; a writer destroyed without Commit removes its pieces. Every failure
+// throws FileError naming `path`, the step and the reason.
+class AtomicFileWriter {
+ public:
+  explicit AtomicFileWriter(const std::filesystem::path& path, Env& env = DefaultEnv());
+  AtomicFileWriter(const AtomicFileWriter&) = delete;
+  AtomicFileWriter& operator=(const AtomicFileWriter&) = delete;
+  ~AtomicFileWriter();
+
+  void Append(std::string_view data);
+  void Commit();
+
+ private:
+  void Discard() noexcept;
+
+  std::filesystem::path path_;
+  std::filesystem::path target_;
+  Env& env_;
+  FileDescriptor file_;
+  std::string temporary_;  // empty once renamed or removed
+};
+
 // Writes `contents` to a temporary file beside `path`, syncs it and renames
 // it over `path` (through a symbolic link, onto the file it points at).
 void WriteFileAtomically(const std::filesystem::path& path, std::string_view contents,

@@ -60,14 +60,14 @@ using Item = std::variant<Message, Assertion, Table>;
 
 class Document {
  public:
-  // Items in the order they were issued; a table is complete once its
-  // procedure has closed.
+  // Items in the order they were issued, since the last DropItems; a table
+  // is complete once its procedure has closed.
   const std::deque<Item>& Items() const { return items_; }
   std::deque<Item>& Items() { return items_; }
   std::size_t Add(Item item);
 
-  // The table at an index of Items(); null when that item is no table (a
-  // handle that outlived Clear()).
+  // The table of a handle Add returned; null when that item is no table or
+  // is gone (a handle that outlived Clear() or DropItems()).
   Table* FindTable(std::size_t index);
 
   int Register(BpText text);  // a handle for BpCellText::Replicate
@@ -82,9 +82,18 @@ class Document {
   int ErrorCount() const;  // messages of level 4, host errors included
   void Clear();
 
+  // Lets go of the items and registered texts once they have been written,
+  // so that a long run holds only what its current command made. Handles
+  // and ErrorCount go on counting; nothing is dropped while a procedure is
+  // open.
+  void DropItems();
+
  private:
   std::deque<Item> items_;
+  std::size_t droppedItems_ = 0;  // Add returns handles counted from the first item ever
+  int droppedErrors_ = 0;
   std::vector<BpText> registered_;
+  int droppedRegistered_ = 0;
   std::vector<std::size_t> openProcedures_;  // first item index of each open frame
 };
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -13,7 +14,10 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <sstream>
+#include <stdexcept>
+#include <streambuf>
 #include <string>
 #include <vector>
 
@@ -43,54 +47,93 @@ struct Options {
   bool noSave = false;
 };
 
+// Where commands come from: a text given with --execute, a syntax file
+// (opened before anything runs) or standard input, each read as it runs.
 struct SyntaxSource {
   std::string name;
   std::string text;
+  std::unique_ptr<std::istream> file;
+  bool standardInput = false;
 };
 
 void Fail(const std::string& message) { std::cerr << "mrset: " << message << "\n"; }
 
-bool ReadStream(std::istream& in, std::string& text) {
-  std::ostringstream buffer;
-  buffer << in.rdbuf();
-  text = buffer.str();
-  return !in.bad();
-}
-
-// Reads every source before anything runs, so that an unreadable file stops
-// the run before it changes a dataset.
-bool ReadSources(const Options& options, std::vector<SyntaxSource>& sources) {
+// Opens every source before anything runs, so that a file that cannot be
+// read stops the run before it changes a dataset.
+bool OpenSources(const Options& options, std::vector<SyntaxSource>& sources) {
   for (std::size_t i = 0; i < options.executes.size(); ++i) {
     const std::string name =
         options.executes.size() == 1 ? "--execute text" : "--execute text " + std::to_string(i + 1);
-    sources.push_back({name, options.executes[i]});
+    sources.push_back({name, options.executes[i], nullptr, false});
   }
   for (const std::string& file : options.files) {
-    SyntaxSource source{file == "-" ? "standard input" : file, ""};
     if (file == "-") {
-      if (!ReadStream(std::cin, source.text)) {
-        Fail("cannot read standard input");
-        return false;
-      }
-    } else {
-      std::error_code ignored;
-      if (std::filesystem::is_directory(file, ignored)) {
-        Fail("cannot read syntax file " + file + ": " + std::strerror(EISDIR));
-        return false;
-      }
-      std::ifstream in(file, std::ios::binary);
-      if (!in || !ReadStream(in, source.text)) {
-        Fail("cannot read syntax file " + file + ": " + std::strerror(errno));
-        return false;
-      }
+      sources.push_back({"standard input", "", nullptr, true});
+      continue;
     }
-    sources.push_back(std::move(source));
+    std::error_code ignored;
+    if (std::filesystem::is_directory(file, ignored)) {
+      Fail("cannot read syntax file " + file + ": " + std::strerror(EISDIR));
+      return false;
+    }
+    auto in = std::make_unique<std::ifstream>(file, std::ios::binary);
+    if (!*in) {
+      Fail("cannot read syntax file " + file + ": " + std::strerror(errno));
+      return false;
+    }
+    sources.push_back({file, "", std::move(in), false});
   }
   return true;
 }
 
-// The output is written whole at the end, beside its target: a folder that
-// cannot take it stops the run before any command changes a dataset.
+bool RunSource(mrset_program::Runner& runner, SyntaxSource& source) {
+  if (source.file) return runner.RunStream(*source.file, source.name);
+  if (source.standardInput) return runner.RunStream(std::cin, source.name);
+  runner.RunText(source.text, source.name);
+  return true;
+}
+
+// An output stream into a file that is put in place whole at the end.
+class OutputFileBuffer final : public std::streambuf {
+ public:
+  explicit OutputFileBuffer(hostlib::files::AtomicFileWriter& writer) : writer_(writer) {
+    setp(buffer_.data(), buffer_.data() + buffer_.size());
+  }
+  // The first failure to write, empty when none.
+  const std::string& Failure() const { return failure_; }
+
+ protected:
+  int overflow(int c) override {
+    if (!Flush()) return traits_type::eof();
+    if (c != traits_type::eof()) {
+      *pptr() = static_cast<char>(c);
+      pbump(1);
+    }
+    return traits_type::not_eof(c);
+  }
+  int sync() override { return Flush() ? 0 : -1; }
+
+ private:
+  bool Flush() {
+    if (!failure_.empty()) return false;
+    try {
+      writer_.Append(std::string_view(pbase(), static_cast<std::size_t>(pptr() - pbase())));
+    } catch (const std::exception& failure) {
+      failure_ = failure.what();
+      return false;
+    }
+    setp(buffer_.data(), buffer_.data() + buffer_.size());
+    return true;
+  }
+
+  hostlib::files::AtomicFileWriter& writer_;
+  std::array<char, 65536> buffer_{};
+  std::string failure_;
+};
+
+// The output is put in place whole at the end, from beside its target: a
+// folder that cannot take it stops the run before any command changes a
+// dataset.
 bool CanWriteBeside(const std::filesystem::path& path) {
   const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
   return ::access(folder.c_str(), W_OK) == 0;
@@ -131,20 +174,22 @@ int Run(const Options& options) {
     }
   }
   std::vector<SyntaxSource> sources;
-  if (!ReadSources(options, sources)) return kExitCannotRun;
-  if (!options.output.empty() && !CanWriteBeside(options.output)) {
-    Fail("cannot write the output to " + options.output + ": " + std::strerror(errno));
-    return kExitCannotRun;
-  }
-  const bool prompt = sources.empty() && ::isatty(STDIN_FILENO) != 0;
-  if (sources.empty() && !prompt) {
-    SyntaxSource source{"standard input", ""};
-    if (!ReadStream(std::cin, source.text)) {
-      Fail("cannot read standard input");
+  if (!OpenSources(options, sources)) return kExitCannotRun;
+  std::unique_ptr<hostlib::files::AtomicFileWriter> outputFile;
+  if (!options.output.empty()) {
+    if (!CanWriteBeside(options.output)) {
+      Fail("cannot write the output to " + options.output + ": " + std::strerror(errno));
       return kExitCannotRun;
     }
-    sources.push_back(std::move(source));
+    try {
+      outputFile = std::make_unique<hostlib::files::AtomicFileWriter>(options.output);
+    } catch (const std::exception& failure) {
+      Fail(failure.what());
+      return kExitCannotRun;
+    }
   }
+  const bool prompt = sources.empty() && ::isatty(STDIN_FILENO) != 0;
+  if (sources.empty() && !prompt) sources.push_back({"standard input", "", nullptr, true});
 
   std::unique_ptr<hostlib::data::DatasetStore> store;
   auto& session = hostlib::Session::Instance();
@@ -171,23 +216,28 @@ int Run(const Options& options) {
 
   const auto format = hostlib::output::ParseFormat(options.format);
   auto renderer = hostlib::output::MakeRenderer(*format);
-  std::ostringstream captured;
-  std::ostream& out = options.output.empty() ? std::cout : captured;
+  std::optional<OutputFileBuffer> fileBuffer;
+  if (outputFile) fileBuffer.emplace(*outputFile);
+  std::ostream fileStream(fileBuffer ? &*fileBuffer : nullptr);
+  std::ostream& out = fileBuffer ? fileStream : std::cout;
 
   renderer->Begin(out);
   mrset_program::Runner runner(*module, store.get(), !options.noSave, lockTimeout, *renderer, out);
   if (prompt) {
     mrset_program::RunPrompt(runner);
   } else {
-    for (const SyntaxSource& source : sources) runner.RunText(source.text, source.name);
+    for (SyntaxSource& source : sources) {
+      if (!RunSource(runner, source)) Fail("cannot read " + source.name);
+    }
   }
   renderer->End(out);
   out.flush();
 
   int status = runner.HadErrors() ? kExitErrors : kExitClean;
-  if (!options.output.empty()) {
+  if (outputFile) {
     try {
-      hostlib::files::WriteFileAtomically(options.output, captured.str());
+      if (!fileBuffer->Failure().empty()) throw std::runtime_error(fileBuffer->Failure());
+      outputFile->Commit();
     } catch (const std::exception& failure) {
       Fail(failure.what());
       status = kExitErrors;

@@ -1,6 +1,7 @@
 #include "programs/mrset/runner.h"
 
 #include <exception>
+#include <istream>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -34,7 +35,24 @@ Runner::Runner(const CommandModule& module, hostlib::data::DatasetStore* store, 
       out_(out) {}
 
 void Runner::RunText(std::string_view text, const std::string& source) {
-  for (const auto& command : hostlib::syntax::SplitCommands(text)) RunCommand(command, source);
+  hostlib::syntax::CommandSplitter splitter;
+  while (!text.empty()) {
+    const std::size_t newline = text.find('\n');
+    if (auto command = splitter.AddLine(text.substr(0, newline))) RunCommand(*command, source);
+    if (newline == std::string_view::npos) break;
+    text.remove_prefix(newline + 1);
+  }
+  if (auto command = splitter.Finish()) RunCommand(*command, source);
+}
+
+bool Runner::RunStream(std::istream& in, const std::string& source) {
+  hostlib::syntax::CommandSplitter splitter;
+  std::string line;
+  while (std::getline(in, line)) {
+    if (auto command = splitter.AddLine(line)) RunCommand(*command, source);
+  }
+  if (auto command = splitter.Finish()) RunCommand(*command, source);
+  return !in.bad();
 }
 
 void Runner::RunCommand(const hostlib::syntax::SplitCommand& split, const std::string& source) {
@@ -116,9 +134,11 @@ void Runner::ReportHostError(const std::string& text) {
   BpError(BpString(text, true), kShowInOutput, kErrorLevel);
 }
 
+// What is written is let go: memory holds one command's output at a time.
 void Runner::WriteNewOutput() {
-  const auto& document = Session::Instance().Output();
+  auto& document = Session::Instance().Output();
   renderer_.Write(document, written_, out_);
+  document.DropItems();
   written_ = document.Items().size();
   out_.flush();
 }

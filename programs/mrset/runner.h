@@ -30,6 +30,9 @@ class Runner {
 
   // Every command of a whole text; `source` names it in messages.
   void RunText(std::string_view text, const std::string& source);
+  // Every command of a stream, each run as soon as its last line is read;
+  // false when reading failed.
+  bool RunStream(std::istream& in, const std::string& source);
   void RunCommand(const hostlib::syntax::SplitCommand& command, const std::string& source);
 
   // Whether an error message has been issued so far.

@@ -49,6 +49,18 @@ TEST_F(DocumentTest, MessagesAndAssertionsKeepOrderAndCommand) {
   EXPECT_EQ(assertion.line, 42);
   EXPECT_EQ(Output().ErrorCount(), 2);
 
+  // Written items can be let go: the count of errors and the handles go on.
+  const int note = Output().Register(BpText{});
+  Output().DropItems();
+  EXPECT_TRUE(Output().Items().empty());
+  EXPECT_FALSE(Output().IsRegistered(note));
+  output_test::Report("Fourth", "");
+  EXPECT_EQ(Output().ErrorCount(), 3);
+  EXPECT_EQ(Output().Register(BpText{}), note + 1);
+  EXPECT_EQ(Output().Add(Table{}), 5u);
+  EXPECT_NE(Output().FindTable(5), nullptr);
+  EXPECT_EQ(Output().FindTable(1), nullptr);
+
   Output().Clear();
   EXPECT_TRUE(Output().Items().empty());
   EXPECT_EQ(Output().ErrorCount(), 0);

@@ -207,6 +207,32 @@ TEST_P(StoreProcesses, LockFileLinksAreNotFollowed) {
   EXPECT_TRUE(SetNames().empty());
 }
 
+// Commands from standard input run as each one ends, not when input ends.
+TEST_P(StoreProcesses, CommandsFromStandardInputRunAsTheyEnd) {
+  int input[2];
+  ASSERT_EQ(::pipe(input), 0);
+  const pid_t run = ::fork();
+  if (run == 0) {
+    ::dup2(input[0], STDIN_FILENO);
+    ::close(input[1]);
+    const int out = ::open((dir_ / "stdin.out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    ::dup2(out, STDOUT_FILENO);
+    ::execl(MRSET_PROGRAM, MRSET_PROGRAM, "-d", dataset_.c_str(), static_cast<char*>(nullptr));
+    ::_exit(127);
+  }
+  ::close(input[0]);
+  const std::string command = Define("$live");
+  ASSERT_EQ(::write(input[1], command.data(), command.size()),
+            static_cast<ssize_t>(command.size()));
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (SetNames().empty() && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_EQ(SetNames(), std::vector<std::string>{"$live"});
+  ::close(input[1]);
+  EXPECT_EQ(Wait(run), 0) << ReadFile(dir_ / "stdin.out");
+}
+
 TEST_P(StoreProcesses, DamagedFilesAreRefusedAndLeftAlone) {
   const std::string whole = ReadFile(dataset_);
   for (const std::string& bytes : {whole.substr(0, whole.size() / 2), whole.substr(0, 40),
