@@ -26,7 +26,7 @@
 #include "programs/mrset/command_module.h"
 #include "programs/mrset/lock_timeout.h"
 #include "programs/mrset/prompt.h"
-#include "programs/mrset/runner.h"
+#include "programs/mrset/shell.h"
 
 namespace {
 
@@ -41,6 +41,10 @@ struct Options {
   std::string format = "text";
   std::string output;
   bool noSave = false;
+  bool bail = false;
+  std::vector<std::string> cmds;
+  bool batch = false;
+  bool interactive = false;
 };
 
 struct SyntaxSource {
@@ -136,7 +140,8 @@ int Run(const Options& options) {
     Fail("cannot write the output to " + options.output + ": " + std::strerror(errno));
     return kExitCannotRun;
   }
-  const bool prompt = sources.empty() && ::isatty(STDIN_FILENO) != 0;
+  const bool terminal = ::isatty(STDIN_FILENO) != 0;
+  const bool prompt = options.interactive || (!options.batch && sources.empty() && terminal);
   if (sources.empty() && !prompt) {
     SyntaxSource source{"standard input", ""};
     if (!ReadStream(std::cin, source.text)) {
@@ -146,18 +151,12 @@ int Run(const Options& options) {
     sources.push_back(std::move(source));
   }
 
-  std::unique_ptr<hostlib::data::DatasetStore> store;
-  auto& session = hostlib::Session::Instance();
-  std::chrono::milliseconds lockTimeout{};
-  if (!options.data.empty()) {
-    try {
-      lockTimeout = mrset_program::LockTimeoutFromEnvironment();
-      store = hostlib::data::OpenDatasetStore(options.data);
-      session.OpenDataset(std::make_shared<hostlib::data::Dataset>(store->Load()));
-    } catch (const std::exception& failure) {
-      Fail(failure.what());
-      return kExitCannotRun;
-    }
+  mrset_program::ShellSettings settings{!options.noSave, {}, options.bail};
+  try {
+    if (!options.data.empty()) settings.lockTimeout = mrset_program::LockTimeoutFromEnvironment();
+  } catch (const std::exception& failure) {
+    Fail(failure.what());
+    return kExitCannotRun;
   }
 
   std::unique_ptr<mrset_program::CommandModule> module;
@@ -169,29 +168,30 @@ int Run(const Options& options) {
     return kExitCannotRun;
   }
 
-  const auto format = hostlib::output::ParseFormat(options.format);
-  auto renderer = hostlib::output::MakeRenderer(*format);
-  std::ostringstream captured;
-  std::ostream& out = options.output.empty() ? std::cout : captured;
-
-  renderer->Begin(out);
-  mrset_program::Runner runner(*module, store.get(), !options.noSave, lockTimeout, *renderer, out);
-  if (prompt) {
-    mrset_program::RunPrompt(runner);
-  } else {
-    for (const SyntaxSource& source : sources) runner.RunText(source.text, source.name);
-  }
-  renderer->End(out);
-  out.flush();
-
-  int status = runner.HadErrors() ? kExitErrors : kExitClean;
-  if (!options.output.empty()) {
-    try {
-      hostlib::files::WriteFileAtomically(options.output, captured.str());
-    } catch (const std::exception& failure) {
-      Fail(failure.what());
-      status = kExitErrors;
+  auto& session = hostlib::Session::Instance();
+  int status = kExitClean;
+  {
+    mrset_program::Shell shell(*module, settings, *hostlib::output::ParseFormat(options.format),
+                               options.output, std::cout, std::cerr);
+    if (!options.data.empty()) {
+      try {
+        shell.OpenDataset(options.data);
+      } catch (const std::exception& failure) {
+        Fail(failure.what());
+        return kExitCannotRun;
+      }
     }
+    shell.Start();
+    for (const std::string& cmd : options.cmds) {
+      std::istringstream lines(cmd);
+      for (std::string line; !shell.Ended() && std::getline(lines, line);) shell.FeedLine(line);
+    }
+    for (const SyntaxSource& source : sources) {
+      if (!shell.Ended()) shell.RunText(source.text, source.name);
+    }
+    if (prompt && !shell.Ended()) mrset_program::RunPrompt(shell, terminal);
+    const bool written = shell.Finish();
+    status = shell.HadErrors() || !written ? kExitErrors : kExitClean;
   }
   session.CloseDataset();
   return status;
@@ -216,9 +216,19 @@ int main(int argc, char** argv) {
       ->check(CLI::IsMember({"text", "json", "html"}));
   app.add_option("-o,--output", options.output, "Write the output to PATH")->option_text("PATH");
   app.add_flag("--no-save", options.noSave, "Never write the dataset file");
+  app.add_flag("--bail", options.bail, "Stop at the first command that issues an error");
+  app.add_option("--cmd", options.cmds, "Run TEXT (syntax or a dot-command) first, then go on")
+      ->option_text("TEXT")
+      ->allow_extra_args(false)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  auto* batch = app.add_flag("--batch", options.batch, "No prompt, even on a terminal");
+  app.add_flag("--interactive", options.interactive, "The prompt, even when input is no terminal")
+      ->excludes(batch);
   app.set_version_flag("--version", "mrset 0.1.0");
   app.footer(
-      "Without FILE or --execute, standard input is read (with a prompt on a terminal).\n"
+      "Without FILE or --execute, standard input is read (with a prompt on a terminal;\n"
+      "enter .help there for the prompt's own commands).\n"
+      "MRSET_HISTORY: the prompt's history file (~/.mrset_history).\n"
       "MRSET_LOCK_TIMEOUT: how many seconds a command waits for the dataset's lock (10).\n"
       "Exit status: 0 no error, 1 an error message was issued, 2 nothing could be run.");
 

@@ -30,8 +30,14 @@ Runner::Runner(const CommandModule& module, hostlib::data::DatasetStore* store, 
       store_(store),
       saveDataset_(saveDataset),
       lockTimeout_(lockTimeout),
-      renderer_(renderer),
-      out_(out) {}
+      renderer_(&renderer),
+      out_(&out) {}
+
+void Runner::Redirect(hostlib::output::Renderer& renderer, std::ostream& out) {
+  written_ = Session::Instance().Output().Items().size();
+  renderer_ = &renderer;
+  out_ = &out;
+}
 
 void Runner::RunText(std::string_view text, const std::string& source) {
   for (const auto& command : hostlib::syntax::SplitCommands(text)) RunCommand(command, source);
@@ -118,9 +124,9 @@ void Runner::ReportHostError(const std::string& text) {
 
 void Runner::WriteNewOutput() {
   const auto& document = Session::Instance().Output();
-  renderer_.Write(document, written_, out_);
+  renderer_->Write(document, written_, *out_);
   written_ = document.Items().size();
-  out_.flush();
+  out_->flush();
 }
 
 bool Runner::HadErrors() const { return Session::Instance().Output().ErrorCount() > 0; }

@@ -1,0 +1,208 @@
+#include "programs/mrset/shell.h"
+
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include "hostlib/data/dataset.h"
+#include "hostlib/data/open_dataset_store.h"
+#include "hostlib/files/files.h"
+#include "hostlib/session/session.h"
+
+namespace mrset_program {
+namespace {
+
+using hostlib::Session;
+
+constexpr const char* kPromptSource = "the prompt";
+
+}  // namespace
+
+Shell::Shell(const CommandModule& module, ShellSettings settings, hostlib::output::Format format,
+             std::string outputPath, std::ostream& terminal, std::ostream& errors)
+    : module_(module),
+      settings_(settings),
+      terminal_(terminal),
+      errors_(errors),
+      format_(format),
+      outputPath_(std::move(outputPath)) {}
+
+void Shell::Start() {
+  BeginOutput();
+  runner_ =
+      std::make_unique<Runner>(module_, store_.get(), settings_.saveDataset, settings_.lockTimeout,
+                               *renderer_, outputPath_.empty() ? std::cout : captured_);
+}
+
+Shell::~Shell() = default;
+
+void Shell::OpenDataset(const std::filesystem::path& path) {
+  auto store = hostlib::data::OpenDatasetStore(path);
+  auto dataset = std::make_shared<hostlib::data::Dataset>(store->Load());
+  Session::Instance().OpenDataset(std::move(dataset));
+  store_ = std::move(store);
+  datasetPath_ = path;
+  if (runner_) runner_->UseStore(store_.get());
+}
+
+void Shell::RunText(std::string_view text, const std::string& source) {
+  for (const auto& command : hostlib::syntax::SplitCommands(text)) {
+    if (ended_) return;
+    RunCommand(command, source);
+  }
+}
+
+void Shell::RunCommand(const hostlib::syntax::SplitCommand& command, const std::string& source) {
+  const int errorsBefore = Session::Instance().Output().ErrorCount();
+  runner_->RunCommand(command, source);
+  if (settings_.bail && Session::Instance().Output().ErrorCount() > errorsBefore) ended_ = true;
+}
+
+void Shell::FeedLine(std::string_view line) { FeedLineTo(splitter_, line, kPromptSource, false); }
+
+void Shell::FeedLineTo(hostlib::syntax::CommandSplitter& splitter, std::string_view line,
+                       const std::string& source, bool inReadFile) {
+  if (ended_) return;
+  if (!splitter.InCommand()) {
+    if (const auto dot = ParseDotCommand(line)) {
+      RunDotCommand(*dot, inReadFile);
+      return;
+    }
+  }
+  if (auto command = splitter.AddLine(line)) RunCommand(*command, source);
+}
+
+void Shell::DropCommand() { splitter_ = hostlib::syntax::CommandSplitter(splitter_.NextLine()); }
+
+bool Shell::Finish() {
+  if (auto command = splitter_.Finish(); command && !ended_) {
+    RunCommand(*command, kPromptSource);
+  }
+  return CloseOutput();
+}
+
+bool Shell::HadErrors() const { return Session::Instance().Output().ErrorCount() > 0; }
+
+void Shell::RunDotCommand(const DotCommand& command, bool inReadFile) {
+  const std::string& name = command.name;
+  if (name == "help") {
+    terminal_ << DotHelp();
+  } else if (name == "vars") {
+    ShowVariables(command.argument);
+  } else if (name == "sets") {
+    ShowSets();
+  } else if (name == "read" && inReadFile) {
+    errors_ << "mrset: .read cannot be used in a file that .read runs\n";
+  } else if (name == "read") {
+    ReadFile(command.argument);
+  } else if (name == "mode") {
+    ChangeMode(command.argument);
+  } else if (name == "output") {
+    ChangeOutput(command.argument);
+  } else if (name == "open") {
+    Open(command.argument);
+  } else if (name == "quit" || name == "exit") {
+    ended_ = true;
+  } else {
+    errors_ << "mrset: unknown command ." << name << " (.help lists the commands)\n";
+  }
+  terminal_.flush();
+}
+
+void Shell::ShowVariables(std::string_view pattern) {
+  const auto dataset = Session::Instance().ActiveDataset();
+  if (!dataset) {
+    errors_ << "mrset: no dataset is open (.open PATH opens one)\n";
+    return;
+  }
+  terminal_ << ListVariables(*dataset, pattern);
+}
+
+void Shell::ShowSets() {
+  const auto dataset = Session::Instance().ActiveDataset();
+  if (!dataset) {
+    errors_ << "mrset: no dataset is open (.open PATH opens one)\n";
+    return;
+  }
+  terminal_ << ListSets(*dataset);
+}
+
+void Shell::ReadFile(const std::string& path) {
+  if (path.empty()) {
+    errors_ << "mrset: .read needs a file name\n";
+    return;
+  }
+  std::ifstream in(path, std::ios::binary);
+  if (!in) {
+    errors_ << "mrset: cannot read " << path << "\n";
+    return;
+  }
+  hostlib::syntax::CommandSplitter splitter;
+  std::string line;
+  while (!ended_ && std::getline(in, line)) FeedLineTo(splitter, line, path, true);
+  if (in.bad()) errors_ << "mrset: cannot read all of " << path << "\n";
+  if (auto command = splitter.Finish(); command && !ended_) RunCommand(*command, path);
+}
+
+void Shell::ChangeMode(std::string_view name) {
+  const auto format = hostlib::output::ParseFormat(name);
+  if (!format) {
+    errors_ << "mrset: .mode takes text, json or html\n";
+    return;
+  }
+  if (*format == format_) return;
+  CloseOutput();
+  format_ = *format;
+  BeginOutput();
+}
+
+void Shell::ChangeOutput(const std::string& target) {
+  if (target.empty()) {
+    errors_ << "mrset: .output takes a file name or stdout\n";
+    return;
+  }
+  CloseOutput();
+  outputPath_ = target == "stdout" ? "" : target;
+  BeginOutput();
+}
+
+void Shell::Open(const std::string& path) {
+  if (path.empty()) {
+    errors_ << "mrset: .open needs the path of a dataset\n";
+    return;
+  }
+  try {
+    OpenDataset(path);
+    terminal_ << "Opened " << path << ".\n";
+  } catch (const std::exception& failure) {
+    errors_ << "mrset: " << failure.what() << "\n";
+  }
+}
+
+void Shell::BeginOutput() {
+  renderer_ = hostlib::output::MakeRenderer(format_, Title());
+  captured_.str("");
+  std::ostream& out = outputPath_.empty() ? std::cout : captured_;
+  renderer_->Begin(out);
+  if (runner_) runner_->Redirect(*renderer_, out);
+}
+
+bool Shell::CloseOutput() {
+  std::ostream& out = outputPath_.empty() ? std::cout : captured_;
+  renderer_->End(out);
+  out.flush();
+  if (outputPath_.empty()) return true;
+  try {
+    hostlib::files::WriteFileAtomically(outputPath_, captured_.str());
+    return true;
+  } catch (const std::exception& failure) {
+    errors_ << "mrset: " << failure.what() << "\n";
+    return false;
+  }
+}
+
+std::string Shell::Title() const {
+  return datasetPath_.empty() ? std::string() : datasetPath_.filename().string();
+}
+
+}  // namespace mrset_program
