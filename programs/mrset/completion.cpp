@@ -104,6 +104,7 @@ void InstallCompletion() {
   // $ and / begin the words completed here; = [ ] ( ) end them.
   static char breaks[] = " \t\n=[](),'\"";
   rl_completer_word_break_characters = breaks;
+  rl_basic_word_break_characters = breaks;  // what the line editor reads
   rl_attempted_completion_function = Complete;
 }
 
