@@ -95,6 +95,8 @@ void RunPrompt(Shell& shell, bool terminal) {
       lines.clear();
     }
   }
+  // Lines that were not typed are not echoed: end the last prompt's line.
+  if (!terminal && shell.Ended()) std::cout << "\n" << std::flush;
 }
 
 }  // namespace mrset_program
