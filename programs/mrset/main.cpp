@@ -25,6 +25,7 @@
 #include "hostlib/session/session.h"
 #include "programs/mrset/command_module.h"
 #include "programs/mrset/lock_timeout.h"
+#include "programs/mrset/output_clash.h"
 #include "programs/mrset/prompt.h"
 #include "programs/mrset/shell.h"
 
@@ -100,35 +101,10 @@ bool CanWriteBeside(const std::filesystem::path& path) {
   return ::access(folder.c_str(), W_OK) == 0;
 }
 
-// What the output file would destroy when it is the dataset or one of the
-// files that keep it whole (its lock, journal or temporary files); by
-// identity and by resolved name, so links count too. Empty when nothing.
-std::string ClashWithDataset(const std::string& output, const std::string& data) {
-  namespace fs = std::filesystem;
-  std::error_code ignored;
-  struct stat outInfo {};
-  struct stat dataInfo {};
-  if (::stat(output.c_str(), &outInfo) == 0 && ::stat(data.c_str(), &dataInfo) == 0 &&
-      outInfo.st_dev == dataInfo.st_dev && outInfo.st_ino == dataInfo.st_ino) {
-    return "the dataset";
-  }
-  const fs::path out = fs::weakly_canonical(output, ignored);
-  const fs::path dataset = fs::weakly_canonical(data, ignored);
-  if (out == dataset) return "the dataset";
-  if (out.parent_path() != dataset.parent_path()) return {};
-  const std::string name = dataset.filename().string();
-  const std::string outName = out.filename().string();
-  if (outName == name + ".lock") return "the dataset's lock file";
-  for (const char* suffix : {"-journal", "-wal", "-shm"}) {
-    if (outName == name + suffix) return "the dataset's journal";
-  }
-  if (outName.rfind("." + name + ".tmp", 0) == 0) return "a temporary file of the dataset";
-  return {};
-}
-
 int Run(const Options& options) {
   if (!options.output.empty() && !options.data.empty()) {
-    if (const std::string clash = ClashWithDataset(options.output, options.data); !clash.empty()) {
+    if (const std::string clash = mrset_program::ClashWithDataset(options.output, options.data);
+        !clash.empty()) {
       Fail("the output file " + options.output + " is " + clash + " (" + options.data +
            "); write the output elsewhere");
       return kExitCannotRun;

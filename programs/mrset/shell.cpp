@@ -8,6 +8,7 @@
 #include "hostlib/data/open_dataset_store.h"
 #include "hostlib/files/files.h"
 #include "hostlib/session/session.h"
+#include "programs/mrset/output_clash.h"
 
 namespace mrset_program {
 namespace {
@@ -161,8 +162,15 @@ void Shell::ChangeOutput(const std::string& target) {
     errors_ << "mrset: .output takes a file name or stdout\n";
     return;
   }
+  const std::string path = target == "stdout" ? "" : target;
+  if (!path.empty() && !datasetPath_.empty()) {
+    if (const std::string clash = ClashWithDataset(path, datasetPath_.string()); !clash.empty()) {
+      errors_ << "mrset: the output file " << path << " is " << clash << "; the output stays\n";
+      return;
+    }
+  }
   CloseOutput();
-  outputPath_ = target == "stdout" ? "" : target;
+  outputPath_ = path;
   BeginOutput();
 }
 
