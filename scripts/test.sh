@@ -10,3 +10,5 @@ dir=build
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 ctest --test-dir "$dir" --output-on-failure -j2
+# The installed tree, run from elsewhere (once, from the plain build).
+if [ "$dir" = build ]; then bash scripts/install-check.sh; fi

@@ -11,12 +11,12 @@ std::optional<Format> ParseFormat(std::string_view name) {
   return std::nullopt;
 }
 
-std::unique_ptr<Renderer> MakeRenderer(Format format) {
+std::unique_ptr<Renderer> MakeRenderer(Format format, std::string_view title) {
   switch (format) {
     case Format::kJson:
       return MakeJsonRenderer();
     case Format::kHtml:
-      return MakeHtmlRenderer();
+      return MakeHtmlRenderer(title);
     case Format::kText:
       break;
   }

@@ -35,8 +35,10 @@ class Renderer {
 
 std::unique_ptr<Renderer> MakeTextRenderer();
 std::unique_ptr<Renderer> MakeJsonRenderer();
-std::unique_ptr<Renderer> MakeHtmlRenderer();
-std::unique_ptr<Renderer> MakeRenderer(Format format);
+// `title` names what the output is about (the dataset); the HTML page shows
+// it, the other formats have no place for it.
+std::unique_ptr<Renderer> MakeHtmlRenderer(std::string_view title = {});
+std::unique_ptr<Renderer> MakeRenderer(Format format, std::string_view title = {});
 
 // The whole document in one format.
 std::string Render(Format format, const Document& document);

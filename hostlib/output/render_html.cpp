@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "hostlib/output/compose.h"
 #include "hostlib/output/render.h"
@@ -14,23 +15,29 @@
 namespace hostlib::output {
 namespace {
 
-constexpr std::string_view kHead = R"(<!DOCTYPE html>
-<html lang="en">
-<head>
-<meta charset="utf-8">
-<title>Output</title>
-<style>
-body { font-family: sans-serif; }
+constexpr std::string_view kStyle = R"(<style>
+body { font-family: sans-serif; margin: 1.5em; }
+h1 { font-size: 1.3em; }
 .error { color: #a00000; }
 .warning { color: #805000; }
 .assertion { color: #600080; }
+.note { font-style: italic; }
 table { border-collapse: collapse; margin: 1em 0 0.5em; }
 caption { font-weight: bold; text-align: left; padding-bottom: 0.3em; }
 th, td { border: 1px solid #888; padding: 0.2em 0.5em; text-align: left; vertical-align: top; }
+thead th { background: #eee; }
+.members { margin: 0; padding-left: 1.2em; }
 .notes { list-style: none; padding-left: 0; margin-top: 0; font-size: smaller; }
+sup a { text-decoration: none; }
+@media print {
+  body { font-family: serif; font-size: 10pt; color: #000; margin: 0; }
+  .error, .warning, .assertion { color: #000; font-weight: bold; }
+  thead th { background: none; }
+  th, td { border-color: #000; }
+  table { page-break-inside: avoid; }
+  a { color: inherit; }
+}
 </style>
-</head>
-<body>
 )";
 
 std::string Escape(std::string_view text) {
@@ -75,26 +82,66 @@ std::string Html(const BpText& text) {
   return html;
 }
 
-std::string Marks(const Footnotes& footnotes, const Cell& cell) {
+// The lines of a text, each as HTML (a user-data span never spans two).
+std::vector<std::string> HtmlLines(const BpText& text) {
+  std::vector<std::string> lines(1);
+  for (const TextSegment& segment : ComposeSegments(text)) {
+    std::string_view rest = segment.text;
+    for (;;) {
+      const auto end = rest.find('\n');
+      const std::string_view piece = rest.substr(0, end);
+      if (!piece.empty()) {
+        lines.back() += segment.fixed ? Escape(piece)
+                                      : "<span class=\"user-data\">" + Escape(piece) + "</span>";
+      }
+      if (end == std::string_view::npos) break;
+      lines.emplace_back();
+      rest.remove_prefix(end + 1);
+    }
+  }
+  return lines;
+}
+
+// A cell of several lines (the members of a set) is a list.
+std::string CellHtml(const BpText& text) {
+  const std::vector<std::string> lines = HtmlLines(text);
+  if (lines.size() == 1) return lines.front();
+  std::string html = "<ul class=\"members\">";
+  for (const std::string& line : lines) html += "<li>" + line + "</li>";
+  return html + "</ul>";
+}
+
+// Notes of table `table` are linked by ids unique in the page.
+std::string NoteId(std::size_t table, std::string_view mark) {
+  return "note-" + std::to_string(table + 1) + "-" + std::string(mark);
+}
+
+std::string Marks(const Footnotes& footnotes, const Cell& cell, std::size_t table) {
   std::string html;
-  for (const std::string& mark : footnotes.MarksOf(cell)) html += "<sup>" + mark + "</sup>";
+  for (const std::string& mark : footnotes.MarksOf(cell)) {
+    html += "<sup><a href=\"#" + NoteId(table, mark) + "\">" + Escape(mark) + "</a></sup>";
+  }
   return html;
 }
 
-void WriteItem(const Message& message, const Document&, std::ostream& out) {
+void WriteItem(const Message& message, const Document&, std::size_t, std::ostream& out) {
   const char* kind = message.IsError() ? "error" : "warning";
   out << "<p class=\"" << kind << "\">" << (message.IsError() ? "Error" : "Warning") << " (command "
       << message.command << "): " << Html(message.text) << "</p>\n";
 }
 
-void WriteItem(const Assertion& assertion, const Document&, std::ostream& out) {
+void WriteItem(const Assertion& assertion, const Document&, std::size_t, std::ostream& out) {
   out << "<p class=\"assertion\">Assertion failed (command " << assertion.command << "): <code>"
       << Escape(assertion.condition) << "</code> at <code>" << Escape(assertion.file) << ':'
       << assertion.line << "</code></p>\n";
 }
 
-void WriteItem(const Table& table, const Document& document, std::ostream& out) {
+void WriteItem(const Table& table, const Document& document, std::size_t index, std::ostream& out) {
   const Grid grid = LayOut(table);
+  if (grid.RowCount() == 0) {
+    out << "<p class=\"note\">" << Html(table.title) << ": none to show.</p>\n";
+    return;
+  }
   const Footnotes footnotes(grid, document);
   out << "<table>\n<caption>" << Html(table.title) << "</caption>\n<thead>\n<tr><th scope=\"col\">"
       << (grid.rows != nullptr ? Html(grid.rows->label) : "") << "</th>";
@@ -107,8 +154,8 @@ void WriteItem(const Table& table, const Document& document, std::ostream& out) 
     for (const Cell* cell : grid.cells[r]) {
       out << "<td>";
       if (cell != nullptr) {
-        if (cell->hasText) out << Html(cell->text);
-        out << Marks(footnotes, *cell);
+        if (cell->hasText) out << CellHtml(cell->text);
+        out << Marks(footnotes, *cell, index);
       }
       out << "</td>";
     }
@@ -118,7 +165,8 @@ void WriteItem(const Table& table, const Document& document, std::ostream& out) 
   if (!footnotes.List().empty()) {
     out << "<ul class=\"notes\">\n";
     for (const Footnote& note : footnotes.List()) {
-      out << "<li><sup>" << note.mark << "</sup> " << Escape(note.text) << "</li>\n";
+      out << "<li id=\"" << NoteId(index, note.mark) << "\"><sup>" << Escape(note.mark) << "</sup> "
+          << Escape(note.text) << "</li>\n";
     }
     out << "</ul>\n";
   }
@@ -130,20 +178,36 @@ void WriteItem(const Table& table, const Document& document, std::ostream& out) 
 
 class HtmlRenderer final : public Renderer {
  public:
-  void Begin(std::ostream& out) override { out << kHead; }
+  explicit HtmlRenderer(std::string_view title) : title_(title) {}
+
+  // The page is titled after what it is about (the dataset), when known.
+  void Begin(std::ostream& out) override {
+    out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+        << "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>"
+        << (title_.empty() ? "mrset output" : "mrset output: " + Escape(title_)) << "</title>\n"
+        << kStyle << "</head>\n<body>\n";
+    if (!title_.empty()) out << "<h1>" << Escape(title_) << "</h1>\n";
+  }
 
   void Write(const Document& document, std::size_t first, std::ostream& out) override {
     const auto& items = document.Items();
-    for (std::size_t i = first; i < items.size(); ++i) {
-      std::visit([&](const auto& item) { WriteItem(item, document, out); }, items[i]);
+    // Items are numbered across the run: a written item may be let go.
+    for (std::size_t i = first; i < items.size(); ++i, ++written_) {
+      std::visit([&](const auto& item) { WriteItem(item, document, written_, out); }, items[i]);
     }
   }
 
   void End(std::ostream& out) override { out << "</body>\n</html>\n"; }
+
+ private:
+  std::string title_;
+  std::size_t written_ = 0;
 };
 
 }  // namespace
 
-std::unique_ptr<Renderer> MakeHtmlRenderer() { return std::make_unique<HtmlRenderer>(); }
+std::unique_ptr<Renderer> MakeHtmlRenderer(std::string_view title) {
+  return std::make_unique<HtmlRenderer>(title);
+}
 
 }  // namespace hostlib::output

@@ -18,6 +18,7 @@ constexpr int kExitUsage = 2;
 
 constexpr std::string_view kUsage =
     "usage: mrset-convert IN OUT\n"
+    "       mrset-convert --help | --version\n"
     "  IN   a codebook file (JSON) or a dataset database (SQLite), told apart by content\n"
     "  OUT  a new file: OUT.json a codebook file; OUT.db, .sqlite or .sqlite3 a database\n"
     "Everything IN holds is kept. OUT must not exist.\n";
@@ -27,6 +28,10 @@ constexpr std::string_view kUsage =
 int main(int argc, char** argv) {
   if (argc == 2 && (std::string_view(argv[1]) == "--help" || std::string_view(argv[1]) == "-h")) {
     std::cout << kUsage;
+    return kExitConverted;
+  }
+  if (argc == 2 && std::string_view(argv[1]) == "--version") {
+    std::cout << "mrset-convert 0.1.0\n";
     return kExitConverted;
   }
   if (argc != 3) {

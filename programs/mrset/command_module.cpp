@@ -28,7 +28,15 @@ std::filesystem::path CommandModule::DefaultPath() {
   }
   std::error_code error;
   const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-  return (error ? std::filesystem::path(".") : program.parent_path()) / "libmrset.so";
+  const std::filesystem::path folder = error ? std::filesystem::path(".") : program.parent_path();
+  const std::filesystem::path beside = folder / "libmrset.so";
+#ifdef MRSET_MODULE_RELATIVE_DIR
+  // Installed: the module lies in its own folder under the libraries.
+  if (!std::filesystem::exists(beside, error)) {
+    return (folder / MRSET_MODULE_RELATIVE_DIR / "libmrset.so").lexically_normal();
+  }
+#endif
+  return beside;
 }
 
 }  // namespace mrset_program

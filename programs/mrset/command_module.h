@@ -1,4 +1,4 @@
-// The MRSET command module, loaded at run time from beside the program.
+// The MRSET command module, loaded at run time.
 #pragma once
 
 #include <filesystem>
@@ -18,7 +18,8 @@ class CommandModule {
   // Runs the entry on the host's current command.
   void Run() const { entry_(); }
 
-  // Where the module lies: MRSET_MODULE when set, else beside the program.
+  // Where the module lies: MRSET_MODULE when set, else beside the program,
+  // else where an install puts it (lib/mrset/ beside bin/).
   static std::filesystem::path DefaultPath();
 
  private:

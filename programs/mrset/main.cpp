@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -14,10 +13,7 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <sstream>
-#include <stdexcept>
-#include <streambuf>
 #include <string>
 #include <vector>
 
@@ -29,8 +25,9 @@
 #include "hostlib/session/session.h"
 #include "programs/mrset/command_module.h"
 #include "programs/mrset/lock_timeout.h"
+#include "programs/mrset/output_clash.h"
 #include "programs/mrset/prompt.h"
-#include "programs/mrset/runner.h"
+#include "programs/mrset/shell.h"
 
 namespace {
 
@@ -45,6 +42,10 @@ struct Options {
   std::string format = "text";
   std::string output;
   bool noSave = false;
+  bool bail = false;
+  std::vector<std::string> cmds;
+  bool batch = false;
+  bool interactive = false;
 };
 
 // Where commands come from: a text given with --execute, a syntax file
@@ -86,50 +87,17 @@ bool OpenSources(const Options& options, std::vector<SyntaxSource>& sources) {
   return true;
 }
 
-bool RunSource(mrset_program::Runner& runner, SyntaxSource& source) {
-  if (source.file) return runner.RunStream(*source.file, source.name);
-  if (source.standardInput) return runner.RunStream(std::cin, source.name);
-  runner.RunText(source.text, source.name);
-  return true;
+void RunSource(mrset_program::Shell& shell, SyntaxSource& source) {
+  bool read = true;
+  if (source.file) {
+    read = shell.RunStream(*source.file, source.name);
+  } else if (source.standardInput) {
+    read = shell.RunStream(std::cin, source.name);
+  } else {
+    shell.RunText(source.text, source.name);
+  }
+  if (!read) Fail("cannot read " + source.name);
 }
-
-// An output stream into a file that is put in place whole at the end.
-class OutputFileBuffer final : public std::streambuf {
- public:
-  explicit OutputFileBuffer(hostlib::files::AtomicFileWriter& writer) : writer_(writer) {
-    setp(buffer_.data(), buffer_.data() + buffer_.size());
-  }
-  // The first failure to write, empty when none.
-  const std::string& Failure() const { return failure_; }
-
- protected:
-  int overflow(int c) override {
-    if (!Flush()) return traits_type::eof();
-    if (c != traits_type::eof()) {
-      *pptr() = static_cast<char>(c);
-      pbump(1);
-    }
-    return traits_type::not_eof(c);
-  }
-  int sync() override { return Flush() ? 0 : -1; }
-
- private:
-  bool Flush() {
-    if (!failure_.empty()) return false;
-    try {
-      writer_.Append(std::string_view(pbase(), static_cast<std::size_t>(pptr() - pbase())));
-    } catch (const std::exception& failure) {
-      failure_ = failure.what();
-      return false;
-    }
-    setp(buffer_.data(), buffer_.data() + buffer_.size());
-    return true;
-  }
-
-  hostlib::files::AtomicFileWriter& writer_;
-  std::array<char, 65536> buffer_{};
-  std::string failure_;
-};
 
 // The output is put in place whole at the end, from beside its target: a
 // folder that cannot take it stops the run before any command changes a
@@ -139,35 +107,10 @@ bool CanWriteBeside(const std::filesystem::path& path) {
   return ::access(folder.c_str(), W_OK) == 0;
 }
 
-// What the output file would destroy when it is the dataset or one of the
-// files that keep it whole (its lock, journal or temporary files); by
-// identity and by resolved name, so links count too. Empty when nothing.
-std::string ClashWithDataset(const std::string& output, const std::string& data) {
-  namespace fs = std::filesystem;
-  std::error_code ignored;
-  struct stat outInfo {};
-  struct stat dataInfo {};
-  if (::stat(output.c_str(), &outInfo) == 0 && ::stat(data.c_str(), &dataInfo) == 0 &&
-      outInfo.st_dev == dataInfo.st_dev && outInfo.st_ino == dataInfo.st_ino) {
-    return "the dataset";
-  }
-  const fs::path out = fs::weakly_canonical(output, ignored);
-  const fs::path dataset = fs::weakly_canonical(data, ignored);
-  if (out == dataset) return "the dataset";
-  if (out.parent_path() != dataset.parent_path()) return {};
-  const std::string name = dataset.filename().string();
-  const std::string outName = out.filename().string();
-  if (outName == name + ".lock") return "the dataset's lock file";
-  for (const char* suffix : {"-journal", "-wal", "-shm"}) {
-    if (outName == name + suffix) return "the dataset's journal";
-  }
-  if (outName.rfind("." + name + ".tmp", 0) == 0) return "a temporary file of the dataset";
-  return {};
-}
-
 int Run(const Options& options) {
   if (!options.output.empty() && !options.data.empty()) {
-    if (const std::string clash = ClashWithDataset(options.output, options.data); !clash.empty()) {
+    if (const std::string clash = mrset_program::ClashWithDataset(options.output, options.data);
+        !clash.empty()) {
       Fail("the output file " + options.output + " is " + clash + " (" + options.data +
            "); write the output elsewhere");
       return kExitCannotRun;
@@ -175,34 +118,20 @@ int Run(const Options& options) {
   }
   std::vector<SyntaxSource> sources;
   if (!OpenSources(options, sources)) return kExitCannotRun;
-  std::unique_ptr<hostlib::files::AtomicFileWriter> outputFile;
-  if (!options.output.empty()) {
-    if (!CanWriteBeside(options.output)) {
-      Fail("cannot write the output to " + options.output + ": " + std::strerror(errno));
-      return kExitCannotRun;
-    }
-    try {
-      outputFile = std::make_unique<hostlib::files::AtomicFileWriter>(options.output);
-    } catch (const std::exception& failure) {
-      Fail(failure.what());
-      return kExitCannotRun;
-    }
+  if (!options.output.empty() && !CanWriteBeside(options.output)) {
+    Fail("cannot write the output to " + options.output + ": " + std::strerror(errno));
+    return kExitCannotRun;
   }
-  const bool prompt = sources.empty() && ::isatty(STDIN_FILENO) != 0;
+  const bool terminal = ::isatty(STDIN_FILENO) != 0;
+  const bool prompt = options.interactive || (!options.batch && sources.empty() && terminal);
   if (sources.empty() && !prompt) sources.push_back({"standard input", "", nullptr, true});
 
-  std::unique_ptr<hostlib::data::DatasetStore> store;
-  auto& session = hostlib::Session::Instance();
-  std::chrono::milliseconds lockTimeout{};
-  if (!options.data.empty()) {
-    try {
-      lockTimeout = mrset_program::LockTimeoutFromEnvironment();
-      store = hostlib::data::OpenDatasetStore(options.data);
-      session.OpenDataset(std::make_shared<hostlib::data::Dataset>(store->Load()));
-    } catch (const std::exception& failure) {
-      Fail(failure.what());
-      return kExitCannotRun;
-    }
+  mrset_program::ShellSettings settings{!options.noSave, {}, options.bail};
+  try {
+    if (!options.data.empty()) settings.lockTimeout = mrset_program::LockTimeoutFromEnvironment();
+  } catch (const std::exception& failure) {
+    Fail(failure.what());
+    return kExitCannotRun;
   }
 
   std::unique_ptr<mrset_program::CommandModule> module;
@@ -214,34 +143,30 @@ int Run(const Options& options) {
     return kExitCannotRun;
   }
 
-  const auto format = hostlib::output::ParseFormat(options.format);
-  auto renderer = hostlib::output::MakeRenderer(*format);
-  std::optional<OutputFileBuffer> fileBuffer;
-  if (outputFile) fileBuffer.emplace(*outputFile);
-  std::ostream fileStream(fileBuffer ? &*fileBuffer : nullptr);
-  std::ostream& out = fileBuffer ? fileStream : std::cout;
-
-  renderer->Begin(out);
-  mrset_program::Runner runner(*module, store.get(), !options.noSave, lockTimeout, *renderer, out);
-  if (prompt) {
-    mrset_program::RunPrompt(runner);
-  } else {
+  auto& session = hostlib::Session::Instance();
+  int status = kExitClean;
+  {
+    mrset_program::Shell shell(*module, settings, *hostlib::output::ParseFormat(options.format),
+                               options.output, std::cout, std::cerr);
+    if (!options.data.empty()) {
+      try {
+        shell.OpenDataset(options.data);
+      } catch (const std::exception& failure) {
+        Fail(failure.what());
+        return kExitCannotRun;
+      }
+    }
+    shell.Start();
+    for (const std::string& cmd : options.cmds) {
+      std::istringstream lines(cmd);
+      for (std::string line; !shell.Ended() && std::getline(lines, line);) shell.FeedLine(line);
+    }
     for (SyntaxSource& source : sources) {
-      if (!RunSource(runner, source)) Fail("cannot read " + source.name);
+      if (!shell.Ended()) RunSource(shell, source);
     }
-  }
-  renderer->End(out);
-  out.flush();
-
-  int status = runner.HadErrors() ? kExitErrors : kExitClean;
-  if (outputFile) {
-    try {
-      if (!fileBuffer->Failure().empty()) throw std::runtime_error(fileBuffer->Failure());
-      outputFile->Commit();
-    } catch (const std::exception& failure) {
-      Fail(failure.what());
-      status = kExitErrors;
-    }
+    if (prompt && !shell.Ended()) mrset_program::RunPrompt(shell, terminal);
+    const bool written = shell.Finish();
+    status = shell.HadErrors() || !written ? kExitErrors : kExitClean;
   }
   session.CloseDataset();
   return status;
@@ -266,9 +191,19 @@ int main(int argc, char** argv) {
       ->check(CLI::IsMember({"text", "json", "html"}));
   app.add_option("-o,--output", options.output, "Write the output to PATH")->option_text("PATH");
   app.add_flag("--no-save", options.noSave, "Never write the dataset file");
+  app.add_flag("--bail", options.bail, "Stop at the first command that issues an error");
+  app.add_option("--cmd", options.cmds, "Run TEXT (syntax or a dot-command) first, then go on")
+      ->option_text("TEXT")
+      ->allow_extra_args(false)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  auto* batch = app.add_flag("--batch", options.batch, "No prompt, even on a terminal");
+  app.add_flag("--interactive", options.interactive, "The prompt, even when input is no terminal")
+      ->excludes(batch);
   app.set_version_flag("--version", "mrset 0.1.0");
   app.footer(
-      "Without FILE or --execute, standard input is read (with a prompt on a terminal).\n"
+      "Without FILE or --execute, standard input is read (with a prompt on a terminal;\n"
+      "enter .help there for the prompt's own commands).\n"
+      "MRSET_HISTORY: the prompt's history file (~/.mrset_history).\n"
       "MRSET_LOCK_TIMEOUT: how many seconds a command waits for the dataset's lock (10).\n"
       "Exit status: 0 no error, 1 an error message was issued, 2 nothing could be run.");
 

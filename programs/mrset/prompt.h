@@ -1,11 +1,14 @@
-// The interactive prompt: reads commands line by line from a terminal, with
-// line editing and history, and runs each as soon as it is complete.
+// The interactive prompt: reads commands line by line and runs each as soon
+// as it is complete. On a terminal: line editing, history kept between runs
+// (one entry per command), tab completion, Ctrl-C drops the command being
+// typed, Ctrl-D ends. Elsewhere (--interactive on a pipe) plain lines.
 #pragma once
 
-#include "programs/mrset/runner.h"
+#include "programs/mrset/shell.h"
 
 namespace mrset_program {
 
-void RunPrompt(Runner& runner);
+// `terminal`: stdin is a terminal, so the line editor is used.
+void RunPrompt(Shell& shell, bool terminal);
 
 }  // namespace mrset_program

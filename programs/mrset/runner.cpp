@@ -31,8 +31,14 @@ Runner::Runner(const CommandModule& module, hostlib::data::DatasetStore* store, 
       store_(store),
       saveDataset_(saveDataset),
       lockTimeout_(lockTimeout),
-      renderer_(renderer),
-      out_(out) {}
+      renderer_(&renderer),
+      out_(&out) {}
+
+void Runner::Redirect(hostlib::output::Renderer& renderer, std::ostream& out) {
+  written_ = Session::Instance().Output().Items().size();
+  renderer_ = &renderer;
+  out_ = &out;
+}
 
 void Runner::RunText(std::string_view text, const std::string& source) {
   hostlib::syntax::CommandSplitter splitter;
@@ -137,10 +143,10 @@ void Runner::ReportHostError(const std::string& text) {
 // What is written is let go: memory holds one command's output at a time.
 void Runner::WriteNewOutput() {
   auto& document = Session::Instance().Output();
-  renderer_.Write(document, written_, out_);
+  renderer_->Write(document, written_, *out_);
   document.DropItems();
   written_ = document.Items().size();
-  out_.flush();
+  out_->flush();
 }
 
 bool Runner::HadErrors() const { return Session::Instance().Output().ErrorCount() > 0; }

@@ -38,6 +38,11 @@ class Runner {
   // Whether an error message has been issued so far.
   bool HadErrors() const;
 
+  // Later commands use this store (null: none) and write their output with
+  // `renderer` to `out`; output already written stays where it went.
+  void UseStore(hostlib::data::DatasetStore* store) { store_ = store; }
+  void Redirect(hostlib::output::Renderer& renderer, std::ostream& out);
+
  private:
   void RunModule();
   // Writes the dataset when the command changed it and ends the command's
@@ -51,8 +56,8 @@ class Runner {
   hostlib::data::DatasetStore* store_;
   bool saveDataset_;
   std::chrono::milliseconds lockTimeout_;
-  hostlib::output::Renderer& renderer_;
-  std::ostream& out_;
+  hostlib::output::Renderer* renderer_;
+  std::ostream* out_;
   int commandNumber_ = 0;
   std::size_t written_ = 0;
 };
