@@ -297,7 +297,9 @@ bool IsKnownSetKey(std::string_view key, bool dichotomies) {
          key == "variables" || (dichotomies && (key == "countedValue" || key == "categoryLabels"));
 }
 
-// The set's unknown keys as an object of the file's own bytes; "" for none.
+// The set's unknown keys as an object of the file's own bytes (white space
+// between tokens left out, so that the text does not depend on the layout);
+// "" for none.
 // A category set has no counted value or category labels; such keys are
 // kept with the others.
 std::string RawExtras(std::string_view text, spans::Span entry, bool dichotomies) {
@@ -305,7 +307,7 @@ std::string RawExtras(std::string_view text, spans::Span entry, bool dichotomies
   for (const spans::Member& member : spans::ObjectMembers(text, entry)) {
     if (IsKnownSetKey(spans::KeyText(text, member.key), dichotomies)) continue;
     extras += extras.empty() ? "{" : ",";
-    extras.append(member.key.Of(text)).append(":").append(member.value.Of(text));
+    extras.append(member.key.Of(text)).append(":").append(spans::Minified(text, member.value));
   }
   if (!extras.empty()) extras += "}";
   return extras;

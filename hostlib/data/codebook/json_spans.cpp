@@ -96,6 +96,24 @@ std::vector<Span> ArrayElements(std::string_view text, Span value) {
   return elements;
 }
 
+std::string Minified(std::string_view text, Span value) {
+  std::string out;
+  out.reserve(value.end - value.begin);
+  std::size_t pos = value.begin;
+  while (pos < value.end) {
+    const char c = text[pos];
+    if (c == '"') {
+      const std::size_t end = SkipString(text, pos);
+      out.append(text.substr(pos, end - pos));
+      pos = end;
+    } else {
+      if (c != ' ' && c != '\t' && c != '\n' && c != '\r') out += c;
+      ++pos;
+    }
+  }
+  return out;
+}
+
 std::string KeyText(std::string_view text, Span key) {
   const std::string_view quoted = key.Of(text);
   if (quoted.find('\\') == std::string_view::npos) {

@@ -29,6 +29,9 @@ std::size_t SkipWhitespace(std::string_view text, std::size_t pos);
 std::vector<Member> ObjectMembers(std::string_view text, Span value);
 std::vector<Span> ArrayElements(std::string_view text, Span value);
 
+// The value's bytes without the white space between its tokens.
+std::string Minified(std::string_view text, Span value);
+
 // The key's text without quotes, escapes resolved.
 std::string KeyText(std::string_view text, Span key);
 
