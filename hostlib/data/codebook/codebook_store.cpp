@@ -104,8 +104,6 @@ void CodebookFile::SaveWhole(std::string_view text) {
 
 DatasetContents CodebookFile::Export() {
   Dataset dataset = Load();
-  // Loading refused nesting beyond kMaxJsonDepth, so the whole document may
-  // be parsed now.
   auto descriptor =
       std::make_shared<Descriptor>(Descriptor{ParseDescriptor(text_, path_.string())});
   return {std::move(dataset), std::move(descriptor)};

@@ -112,7 +112,7 @@ class DocumentReader {
 
   void CheckNoNul(std::string_view name, const std::string& place) const {
     if (name.find('\0') != std::string_view::npos) {
-      Fail(place, "must not contain a NUL character");
+      Fail(place, "must not hold the character U+0000");
     }
   }
 
@@ -144,8 +144,8 @@ class DocumentReader {
     if (element.type() != Type::OBJECT) Fail(place, "must be an object");
     const simdjson::dom::object field(element);
     const std::string_view name = RequiredString(field, place, "name");
-    if (name.empty()) Fail(Child(place, "name"), "must not be empty");
     CheckNoNul(name, Child(place, "name"));
+    if (name.empty()) Fail(Child(place, "name"), "must not be empty");
     // Table Schema: a field without a type is a string field.
     const auto type = OptionalString(field, place, "type");
     if (type && std::find(kFieldTypes.begin(), kFieldTypes.end(), *type) == kFieldTypes.end()) {
@@ -281,6 +281,7 @@ class DocumentReader {
     std::size_t i = 0;
     for (const Element member : simdjson::dom::array(*variables)) {
       if (member.type() != Type::STRING) Fail(Child(variablesPlace, i), "must be a string");
+      CheckNoNul(std::string_view(member), Child(variablesPlace, i));
       set.AddVariableName(std::string(std::string_view(member)));
       ++i;
     }
@@ -346,97 +347,7 @@ SetsPlace LocateSets(std::string_view text, std::vector<VariableSet>& sets) {
   return place;
 }
 
-// ---- the careful path: every fault with its place --------------------------
-
-// Walks the text with the JSON library's event parser, which keeps its own
-// stack, and tracks the JSON pointer of the value being read.
-class CheckingHandler : public nlohmann::json_sax<nlohmann::json> {
- public:
-  bool null() override { return Value(); }
-  bool boolean(bool) override { return Value(); }
-  bool number_integer(number_integer_t) override { return Value(); }
-  bool number_unsigned(number_unsigned_t) override { return Value(); }
-  bool number_float(number_float_t, const string_t&) override { return Value(); }
-  bool string(string_t&) override { return Value(); }
-  bool binary(binary_t&) override { return Value(); }
-  bool start_object(std::size_t) override { return Open(true); }
-  bool key(string_t& key) override {
-    frames_.back().key = key;
-    return true;
-  }
-  bool end_object() override { return Close(); }
-  bool start_array(std::size_t) override { return Open(false); }
-  bool end_array() override { return Close(); }
-  bool parse_error(std::size_t, const std::string& token,
-                   const nlohmann::detail::exception& error) override {
-    // 406: a number beyond a double's range; anything else is a syntax fault.
-    if (error.id == 406) {
-      Value();
-      fault_ = Pointer() + ": the number " + token + " is out of range";
-    } else {
-      syntaxFault_ = true;
-    }
-    return false;
-  }
-
-  bool SyntaxFault() const { return syntaxFault_; }
-  const std::string& Fault() const { return fault_; }
-
- private:
-  struct Frame {
-    bool object = false;
-    std::size_t index = 0;  // of the next element, in an array
-    std::string key;        // of the current member, in an object
-  };
-
-  // A value begins: in an array it is the next element.
-  bool Value() {
-    if (!frames_.empty() && !frames_.back().object) ++frames_.back().index;
-    return true;
-  }
-  bool Open(bool object) {
-    Value();
-    if (frames_.size() >= kMaxJsonDepth) {
-      fault_ = Pointer() + ": nested deeper than " + std::to_string(kMaxJsonDepth) + " levels";
-      return false;
-    }
-    frames_.push_back({object, 0, {}});
-    return true;
-  }
-  bool Close() {
-    frames_.pop_back();
-    return true;
-  }
-
-  // The pointer of the value just begun.
-  std::string Pointer() const {
-    std::string pointer;
-    for (const Frame& frame : frames_) {
-      pointer += '/';
-      if (!frame.object) {
-        pointer += std::to_string(frame.index - 1);
-        continue;
-      }
-      for (const char c : frame.key) {
-        if (c == '~') {
-          pointer += "~0";
-        } else if (c == '/') {
-          pointer += "~1";
-        } else {
-          pointer += c;
-        }
-      }
-    }
-    return pointer;
-  }
-
-  std::vector<Frame> frames_;
-  std::string fault_;
-  bool syntaxFault_ = false;
-};
-
 CodebookText ReadCarefully(const std::string& text, const std::string& file) {
-  CheckJsonText(text, file);
   const nlohmann::ordered_json document = ParseDescriptor(text, file);
   CodebookText result{ReadDescriptor(document, file), {}};
   result.place = LocateSets(text, result.contents.sets);
@@ -444,14 +355,6 @@ CodebookText ReadCarefully(const std::string& text, const std::string& file) {
 }
 
 }  // namespace
-
-void CheckJsonText(const std::string& text, const std::string& file) {
-  CheckingHandler handler;
-  if (nlohmann::json::sax_parse(text, &handler)) return;
-  // The syntax fault is described, with its line and column, by the parser.
-  if (handler.SyntaxFault()) ParseDescriptor(text, file);
-  throw DatasetError(file + ": " + (handler.Fault().empty() ? "/" : handler.Fault()));
-}
 
 CodebookText ReadCodebookText(std::string& text, const std::string& file) {
   if (text.capacity() < text.size() + simdjson::SIMDJSON_PADDING) {
@@ -461,7 +364,7 @@ CodebookText ReadCodebookText(std::string& text, const std::string& file) {
   {
     simdjson::dom::parser parser(text.size());
     Element root;
-    if (parser.allocate(text.size(), kMaxJsonDepth) != simdjson::SUCCESS ||
+    if (parser.allocate(text.size(), kMaxJsonNesting - 1) != simdjson::SUCCESS ||
         parser.parse(text.data(), text.size(), false).get(root) != simdjson::SUCCESS) {
       return ReadCarefully(text, file);
     }

@@ -3,21 +3,19 @@
 // so that a save can replace just that (splice_writer.h). Unknown keys of a
 // set are kept as the file's own bytes.
 //
-// Text the fast parser refuses (a fault, nesting beyond kMaxJsonDepth, or a
-// number it cannot hold, such as 123456789012345678901234567890) is checked
-// again by a reader that names the place of every fault; text that passes
-// that check is read by the general descriptor reader.
+// Text the fast parser refuses (a fault, deep nesting, or a number it cannot
+// hold, such as 123456789012345678901234567890) is read again by the general
+// descriptor reader, which names the place of every fault.
 #pragma once
 
 #include <cstddef>
 #include <string>
 
 #include "hostlib/data/codebook/descriptor.h"
+#include "hostlib/data/codebook/json_nesting.h"
 #include "hostlib/data/codebook/json_spans.h"
 
 namespace hostlib::data {
-
-inline constexpr std::size_t kMaxJsonDepth = 512;
 
 // Where the set list is, or where it goes when the file has none.
 struct SetsPlace {
@@ -35,10 +33,5 @@ struct CodebookText {
 // `text` gains spare capacity (the fast parser reads past the end). Throws
 // DatasetError naming the file, the place and the fault.
 CodebookText ReadCodebookText(std::string& text, const std::string& file);
-
-// Refuses text that is not JSON, nests deeper than kMaxJsonDepth or holds a
-// number beyond the range of a double, naming the file and the place; walks
-// the text without recursion.
-void CheckJsonText(const std::string& text, const std::string& file);
 
 }  // namespace hostlib::data
