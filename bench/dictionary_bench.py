@@ -92,8 +92,9 @@ def many_sets(size, runs, build, work):
     syntax = os.path.join(work, "many.mrs")
     with open(syntax, "w", encoding="utf-8") as f:
         f.write("MRSET\n")
+        numeric = size - size // 10 - 1  # the last tenth are strings
         for s in range(40000):
-            f.write(f" /MCGROUP NAME=$m{s} VARIABLES=q{s % (size - 1)} q{s % (size - 1) + 1}\n")
+            f.write(f" /MCGROUP NAME=$m{s} VARIABLES=q{s % numeric} q{s % numeric + 1}\n")
         f.write(".\n")
     mrset = os.path.join(build, "bin", "mrset")
 

@@ -31,22 +31,40 @@ std::string Quoted(std::string_view text) {
   return Json(std::string(text)).dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-std::string Child(const std::string& place, std::string_view key) {
-  return place + "/" + std::string(key);
-}
-
-std::string Child(const std::string& place, std::size_t index) {
-  return place + "/" + std::to_string(index);
-}
-
 // ---- the fast path: a parsed document -----------------------------------
 
-// The value of the last member named `key` (a repeated key counts as its
-// last value), if any.
-std::optional<Element> Member(simdjson::dom::object object, std::string_view key) {
-  std::optional<Element> found;
+// A JSON pointer as a chain on the stack, spelled out only for a message.
+struct Place {
+  const Place* parent = nullptr;
+  std::string_view key;
+  std::size_t index = 0;
+
+  Place Child(std::string_view name) const { return {this, name, 0}; }
+  Place Child(std::size_t position) const { return {this, {}, position}; }
+  std::string Text() const {
+    std::vector<const Place*> chain;
+    for (const Place* place = this; place->parent != nullptr; place = place->parent) {
+      chain.push_back(place);
+    }
+    std::string text;
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+      text += '/';
+      text += (*it)->key.empty() ? std::to_string((*it)->index) : std::string((*it)->key);
+    }
+    return text;
+  }
+};
+
+// The members the host reads of one object, each the last of its name (a
+// repeated key counts as its last value).
+template <std::size_t N>
+std::array<std::optional<Element>, N> Members(simdjson::dom::object object,
+                                              const std::array<std::string_view, N>& keys) {
+  std::array<std::optional<Element>, N> found;
   for (const auto member : object) {
-    if (member.key == key) found = member.value;
+    for (std::size_t k = 0; k < N; ++k) {
+      if (member.key == keys[k]) found[k] = member.value;
+    }
   }
   return found;
 }
@@ -72,136 +90,128 @@ class DocumentReader {
   explicit DocumentReader(std::string file) : file_(std::move(file)) {}
 
   DescriptorContents Read(const Element& root) const {
-    if (root.type() != Type::OBJECT) Fail("the top level must be a JSON object");
-    const simdjson::dom::object top(root);
+    if (root.type() != Type::OBJECT) {
+      throw DatasetError(file_ + ": the top level must be a JSON object");
+    }
+    const auto [fields, sets] = Members<2>(root, {kCodebookFieldsKey, kCodebookSetsKey});
     DescriptorContents contents;
-    contents.variables = ReadFields(top);
-    contents.sets = ReadSets(top);
+    contents.variables = ReadFields(fields);
+    contents.sets = ReadSets(sets);
     return contents;
   }
 
  private:
-  [[noreturn]] void Fail(const std::string& fault) const {
-    throw DatasetError(file_ + ": " + fault);
-  }
-  [[noreturn]] void Fail(const std::string& place, const std::string& fault) const {
-    throw DatasetError(file_ + ": " + place + ": " + fault);
+  [[noreturn]] void Fail(const Place& place, const std::string& fault) const {
+    throw DatasetError(file_ + ": " + place.Text() + ": " + fault);
   }
 
-  [[noreturn]] void FailDuplicate(const std::string& place, std::string_view name,
-                                  std::string_view firstName, const std::string& firstPlace) const {
+  [[noreturn]] void FailDuplicate(const Place& place, std::string_view name,
+                                  std::string_view firstName, const Place& firstPlace) const {
     Fail(place, "duplicate name " + Quoted(name) + " (the same as " + Quoted(firstName) + " at " +
-                    firstPlace + ", without regard to case)");
+                    firstPlace.Text() + ", without regard to case)");
   }
 
-  std::optional<std::string_view> OptionalString(simdjson::dom::object object,
-                                                 const std::string& place,
-                                                 std::string_view key) const {
-    const auto value = Member(object, key);
+  std::optional<std::string_view> OptionalString(const std::optional<Element>& value,
+                                                 const Place& place) const {
     if (!value) return std::nullopt;
-    if (value->type() != Type::STRING) Fail(Child(place, key), "must be a string");
+    if (value->type() != Type::STRING) Fail(place, "must be a string");
     return std::string_view(*value);
   }
 
-  std::string_view RequiredString(simdjson::dom::object object, const std::string& place,
-                                  std::string_view key) const {
-    const auto value = OptionalString(object, place, key);
-    if (!value) Fail(Child(place, key), "is missing");
-    return *value;
+  std::string_view RequiredString(const std::optional<Element>& value, const Place& place) const {
+    if (!value) Fail(place, "is missing");
+    return *OptionalString(value, place);
   }
 
-  void CheckNoNul(std::string_view name, const std::string& place) const {
+  // A name holds no NUL: the host passes names on as C strings.
+  void CheckNoNul(std::string_view name, const Place& place) const {
     if (name.find('\0') != std::string_view::npos) {
       Fail(place, "must not hold the character U+0000");
     }
   }
 
-  std::vector<VORN_Variable> ReadFields(simdjson::dom::object top) const {
-    const std::string place = std::string("/") + kCodebookFieldsKey;
-    const auto fields = Member(top, kCodebookFieldsKey);
+  std::vector<VORN_Variable> ReadFields(const std::optional<Element>& fields) const {
+    const Place root;
+    const Place place = root.Child(kCodebookFieldsKey);
     if (!fields) Fail(place, "is missing");
     if (fields->type() != Type::ARRAY) Fail(place, "must be an array");
     const simdjson::dom::array list(*fields);
     std::vector<VORN_Variable> variables;
-    variables.reserve(list.size());
     std::unordered_map<std::string, std::size_t> indexByFoldedName;
-    indexByFoldedName.reserve(list.size());
     std::size_t i = 0;
     for (const Element field : list) {
-      variables.push_back(ReadField(field, Child(place, i)));
+      const Place fieldPlace = place.Child(i);
+      variables.push_back(ReadField(field, fieldPlace));
       const std::string name = variables.back().GetName();
       const auto [first, inserted] = indexByFoldedName.emplace(FoldName(name), i);
       if (!inserted) {
-        FailDuplicate(Child(Child(place, i), "name"), name, variables[first->second].GetName(),
-                      Child(Child(place, first->second), "name"));
+        const Place firstPlace = place.Child(first->second);
+        FailDuplicate(fieldPlace.Child("name"), name, variables[first->second].GetName(),
+                      firstPlace.Child("name"));
       }
       ++i;
     }
     return variables;
   }
 
-  VORN_Variable ReadField(const Element& element, const std::string& place) const {
+  VORN_Variable ReadField(const Element& element, const Place& place) const {
     if (element.type() != Type::OBJECT) Fail(place, "must be an object");
-    const simdjson::dom::object field(element);
-    const std::string_view name = RequiredString(field, place, "name");
-    CheckNoNul(name, Child(place, "name"));
-    if (name.empty()) Fail(Child(place, "name"), "must not be empty");
+    const auto [nameValue, typeValue, titleValue, constraints, categories] =
+        Members<5>(element, {"name", "type", "title", "constraints", "categories"});
+    const std::string_view name = RequiredString(nameValue, place.Child("name"));
+    CheckNoNul(name, place.Child("name"));
+    if (name.empty()) Fail(place.Child("name"), "must not be empty");
     // Table Schema: a field without a type is a string field.
-    const auto type = OptionalString(field, place, "type");
+    const auto type = OptionalString(typeValue, place.Child("type"));
     if (type && std::find(kFieldTypes.begin(), kFieldTypes.end(), *type) == kFieldTypes.end()) {
-      Fail(Child(place, "type"), "unknown type " + Quoted(*type));
+      Fail(place.Child("type"), "unknown type " + Quoted(*type));
     }
     const bool isString = !type || *type == "string";
-    const int width = isString ? ReadWidth(field, place) : 0;
-    const auto title = OptionalString(field, place, "title");
+    const int width = isString ? ReadWidth(constraints, place.Child("constraints")) : 0;
+    const auto title = OptionalString(titleValue, place.Child("title"));
     return VORN_Variable(std::string(name), width, title ? std::string(*title) : std::string(),
-                         ReadCategories(field, place, isString));
+                         ReadCategories(categories, place.Child("categories"), isString));
   }
 
-  int ReadWidth(simdjson::dom::object field, const std::string& place) const {
-    const auto constraints = Member(field, "constraints");
+  int ReadWidth(const std::optional<Element>& constraints, const Place& place) const {
     if (!constraints) return kDefaultStringWidth;
-    const std::string constraintsPlace = Child(place, "constraints");
-    if (constraints->type() != Type::OBJECT) Fail(constraintsPlace, "must be an object");
-    const auto maxLength = Member(simdjson::dom::object(*constraints), "maxLength");
+    if (constraints->type() != Type::OBJECT) Fail(place, "must be an object");
+    const auto [maxLength] = Members<1>(*constraints, {"maxLength"});
     if (!maxLength) return kDefaultStringWidth;
     const bool isInteger = maxLength->type() == Type::INT64 || maxLength->type() == Type::UINT64;
     const double width = isInteger ? NumberOf(*maxLength) : 0;
     if (!isInteger || width < 1 || width > kMaxStringWidth) {
-      Fail(Child(constraintsPlace, "maxLength"),
+      Fail(place.Child("maxLength"),
            "must be an integer from 1 to " + std::to_string(kMaxStringWidth));
     }
     return static_cast<int>(width);
   }
 
-  VORN_ValueLabels ReadCategories(simdjson::dom::object field, const std::string& place,
+  VORN_ValueLabels ReadCategories(const std::optional<Element>& categories, const Place& place,
                                   bool isString) const {
     VORN_ValueLabels labels;
-    const auto categories = Member(field, "categories");
     if (!categories) return labels;
-    const std::string categoriesPlace = Child(place, "categories");
-    if (categories->type() != Type::ARRAY) Fail(categoriesPlace, "must be an array");
+    if (categories->type() != Type::ARRAY) Fail(place, "must be an array");
     std::map<double, std::size_t> numbers;
     std::map<std::string, std::size_t, std::less<>> texts;
     std::size_t i = 0;
     for (const Element entry : simdjson::dom::array(*categories)) {
-      const std::string entryPlace = Child(categoriesPlace, i);
+      const Place entryPlace = place.Child(i);
       // Table Schema allows a bare value as well as {"value": ..., "label": ...}.
       Element value = entry;
-      std::string valuePlace = entryPlace;
+      const bool isObject = entry.type() == Type::OBJECT;
+      const Place valuePlace = isObject ? entryPlace.Child("value") : entryPlace;
       std::optional<std::string_view> label;
-      if (entry.type() == Type::OBJECT) {
-        valuePlace = Child(entryPlace, "value");
-        const auto found = Member(simdjson::dom::object(entry), "value");
+      if (isObject) {
+        const auto [found, labelValue] = Members<2>(entry, {"value", "label"});
         if (!found) Fail(valuePlace, "is missing");
         value = *found;
-        label = OptionalString(simdjson::dom::object(entry), entryPlace, "label");
+        label = OptionalString(labelValue, entryPlace.Child("label"));
       }
       const auto checkNew = [&](auto& seen, const auto& key) {
         const auto [first, inserted] = seen.emplace(key, i);
         if (!inserted) {
-          Fail(valuePlace,
-               "the value is already listed at " + Child(categoriesPlace, first->second));
+          Fail(valuePlace, "the value is already listed at " + place.Child(first->second).Text());
         }
       };
       if (isString) {
@@ -222,66 +232,71 @@ class DocumentReader {
     return labels;
   }
 
-  std::vector<VariableSet> ReadSets(simdjson::dom::object top) const {
-    const auto sets = Member(top, kCodebookSetsKey);
+  std::vector<VariableSet> ReadSets(const std::optional<Element>& sets) const {
     if (!sets) return {};
-    const std::string place = std::string("/") + kCodebookSetsKey;
+    const Place root;
+    const Place place = root.Child(kCodebookSetsKey);
     if (sets->type() != Type::ARRAY) Fail(place, "must be an array");
     std::vector<VariableSet> result;
     std::unordered_map<std::string, std::size_t> indexByFoldedName;
     std::size_t i = 0;
     for (const Element entry : simdjson::dom::array(*sets)) {
-      result.push_back(ReadSet(entry, Child(place, i)));
+      const Place setPlace = place.Child(i);
+      result.push_back(ReadSet(entry, setPlace));
       const std::string name = result.back().GetName(kAsStored);
       const auto [first, inserted] = indexByFoldedName.emplace(FoldName(name), i);
       if (!inserted) {
-        FailDuplicate(Child(Child(place, i), "name"), name,
-                      result[first->second].GetName(kAsStored),
-                      Child(Child(place, first->second), "name"));
+        const Place firstPlace = place.Child(first->second);
+        FailDuplicate(setPlace.Child("name"), name, result[first->second].GetName(kAsStored),
+                      firstPlace.Child("name"));
       }
       ++i;
     }
     return result;
   }
 
-  VariableSet ReadSet(const Element& element, const std::string& place) const {
+  VariableSet ReadSet(const Element& element, const Place& place) const {
     if (element.type() != Type::OBJECT) Fail(place, "must be an object");
-    const simdjson::dom::object entry(element);
-    const std::string name(RequiredString(entry, place, "name"));
-    CheckNoNul(name, Child(place, "name"));
-    const std::string_view type = RequiredString(entry, place, "type");
+    const auto [nameValue, typeValue, labelValue, sourceValue, countedValue, labelsValue,
+                variables] = Members<7>(element, {"name", "type", "label", "labelSource",
+                                                  "countedValue", "categoryLabels", "variables"});
+    const std::string name(RequiredString(nameValue, place.Child("name")));
+    CheckNoNul(name, place.Child("name"));
+    const std::string_view type = RequiredString(typeValue, place.Child("type"));
     const bool dichotomies = type == "dichotomies";
     if (!dichotomies && type != "categories") {
-      Fail(Child(place, "type"), R"(must be "dichotomies" or "categories")");
+      Fail(place.Child("type"), R"(must be "dichotomies" or "categories")");
     }
     VariableSet set(
         name, dichotomies ? VariableSet::kMultipleDichotomySet : VariableSet::kMultipleCategorySet);
-    if (const auto label = OptionalString(entry, place, "label")) set.SetLabel(std::string(*label));
-    if (const auto source = OptionalString(entry, place, "labelSource")) {
+    if (const auto label = OptionalString(labelValue, place.Child("label"))) {
+      set.SetLabel(std::string(*label));
+    }
+    if (const auto source = OptionalString(sourceValue, place.Child("labelSource"))) {
       if (*source != "variableLabel") {
-        Fail(Child(place, "labelSource"), R"(must be "variableLabel")");
+        Fail(place.Child("labelSource"), R"(must be "variableLabel")");
       }
       set.LabelSetByVariable(true);
     }
     if (dichotomies) {
-      set.SetValue(std::string(RequiredString(entry, place, "countedValue")));
-      if (const auto labels = OptionalString(entry, place, "categoryLabels")) {
+      set.SetValue(std::string(RequiredString(countedValue, place.Child("countedValue"))));
+      if (const auto labels = OptionalString(labelsValue, place.Child("categoryLabels"))) {
         if (*labels != "countedValues" && *labels != "variableLabels") {
-          Fail(Child(place, "categoryLabels"), R"(must be "countedValues" or "variableLabels")");
+          Fail(place.Child("categoryLabels"), R"(must be "countedValues" or "variableLabels")");
         }
         set.UseVariableCategoryLabels(*labels == "countedValues");
       }
     }
-    const std::string variablesPlace = Child(place, "variables");
-    const auto variables = Member(entry, "variables");
+    const Place variablesPlace = place.Child("variables");
     if (!variables) Fail(variablesPlace, "is missing");
     if (variables->type() != Type::ARRAY) {
       Fail(variablesPlace, "must be an array of variable names");
     }
     std::size_t i = 0;
     for (const Element member : simdjson::dom::array(*variables)) {
-      if (member.type() != Type::STRING) Fail(Child(variablesPlace, i), "must be a string");
-      CheckNoNul(std::string_view(member), Child(variablesPlace, i));
+      const Place memberPlace = variablesPlace.Child(i);
+      if (member.type() != Type::STRING) Fail(memberPlace, "must be a string");
+      CheckNoNul(std::string_view(member), memberPlace);
       set.AddVariableName(std::string(std::string_view(member)));
       ++i;
     }
@@ -323,31 +338,32 @@ std::string IndentBefore(std::string_view text, std::size_t pos) {
   return std::string(text.substr(start, pos - start));
 }
 
-SetsPlace LocateSets(std::string_view text, std::vector<VariableSet>& sets) {
-  const std::size_t rootBegin = spans::SkipWhitespace(text, 0);
-  const spans::Span root{rootBegin, spans::SkipValue(text, rootBegin)};
-  const std::vector<spans::Member> members = spans::ObjectMembers(text, root);
+SetsPlace LocateSets(std::string& text, std::vector<VariableSet>& sets) {
+  const std::string_view view(text);
+  const std::size_t rootBegin = spans::SkipWhitespace(view, 0);
+  const std::vector<spans::Member> members =
+      spans::ObjectMembers(view, {rootBegin, spans::SkipValue(view, rootBegin)});
   SetsPlace place;
-  place.indent = members.empty() ? "  " : IndentBefore(text, members.front().key.begin);
+  place.indent = members.empty() ? "  " : IndentBefore(view, members.front().key.begin);
   // A repeated key counts as its last value; that is the one replaced.
   for (const spans::Member& member : members) {
-    if (spans::KeyText(text, member.key) == kCodebookSetsKey) {
+    if (spans::KeyText(view, member.key) == kCodebookSetsKey) {
       place.present = true;
       place.value = member.value;
-      place.indent = IndentBefore(text, member.key.begin);
+      place.indent = IndentBefore(view, member.key.begin);
     }
   }
-  place.insertAt = members.empty() ? root.begin + 1 : members.back().value.end;
+  place.insertAt = members.empty() ? view.find('{') + 1 : members.back().value.end;
   if (!place.present) return place;
-  const std::vector<spans::Span> entries = spans::ArrayElements(text, place.value);
+  const std::vector<spans::Span> entries = spans::ArrayElements(view, place.value);
   for (std::size_t i = 0; i < sets.size() && i < entries.size(); ++i) {
     const bool dichotomies = sets[i].GetType() == VariableSet::kMultipleDichotomySet;
-    sets[i].SetStoreExtras(RawExtras(text, entries[i], dichotomies));
+    sets[i].SetStoreExtras(RawExtras(view, entries[i], dichotomies));
   }
   return place;
 }
 
-CodebookText ReadCarefully(const std::string& text, const std::string& file) {
+CodebookText ReadCarefully(std::string& text, const std::string& file) {
   const nlohmann::ordered_json document = ParseDescriptor(text, file);
   CodebookText result{ReadDescriptor(document, file), {}};
   result.place = LocateSets(text, result.contents.sets);
