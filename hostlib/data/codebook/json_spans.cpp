@@ -1,7 +1,12 @@
 #include "hostlib/data/codebook/json_spans.h"
 
 #include <array>
+#include <cstdint>
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include <nlohmann/json.hpp>
 
@@ -14,7 +19,6 @@ constexpr std::array<bool, 256> MakeTable(std::string_view bytes) {
   return table;
 }
 
-constexpr auto kStructural = MakeTable("\"[]{}");
 constexpr auto kScalarEnd = MakeTable(",]} \t\r\n");
 
 // The position after the closing quote of the string opening at `pos`.
@@ -29,6 +33,87 @@ std::size_t SkipString(std::string_view text, std::size_t pos) {
     if (backslashes % 2 == 0) return quote + 1;
     pos = quote + 1;
   }
+}
+
+// One step of the byte-wise walk through a container; true when it closed.
+bool Step(std::string_view text, std::size_t& pos, std::size_t& depth, bool& inString) {
+  const char c = text[pos];
+  if (inString) {
+    pos += c == '\\' ? 2 : 1;
+    inString = c != '"';
+    return false;
+  }
+  ++pos;
+  if (c == '"') {
+    inString = true;
+  } else if (c == '[' || c == '{') {
+    ++depth;
+  } else if ((c == ']' || c == '}') && --depth == 0) {
+    return true;
+  }
+  return false;
+}
+
+#if defined(__SSE2__)
+// Bit i set where byte i of the 64 at `data` is `c`.
+std::uint64_t Mask64(const char* data, char c) {
+  const __m128i wanted = _mm_set1_epi8(c);
+  std::uint64_t mask = 0;
+  for (int part = 0; part < 4; ++part) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + 16 * part));
+    const auto bits = static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, wanted)));
+    mask |= static_cast<std::uint64_t>(bits) << (16 * part);
+  }
+  return mask;
+}
+
+// Bit i set where an odd number of the bits 0..i of `x` are.
+std::uint64_t PrefixXor(std::uint64_t x) {
+  for (int shift = 1; shift < 64; shift *= 2) x ^= x << shift;
+  return x;
+}
+#endif
+
+// The end of the array or object whose bracket is at `pos`. Sixty-four
+// bytes at a time where the machine can: strings are told by their quotes
+// (a block with a backslash is walked byte by byte), and brackets outside
+// them are only counted unless the container may close in the block.
+std::size_t SkipContainer(std::string_view text, std::size_t pos) {
+  std::size_t depth = 0;
+  bool inString = false;
+#if defined(__SSE2__)
+  while (pos + 64 <= text.size()) {
+    const char* data = text.data() + pos;
+    if (Mask64(data, '\\') != 0) {
+      for (const std::size_t end = pos + 64; pos < end && pos < text.size();) {
+        if (Step(text, pos, depth, inString)) return pos;
+      }
+      continue;
+    }
+    const std::uint64_t inside = PrefixXor(Mask64(data, '"')) ^ (inString ? ~0ULL : 0ULL);
+    const std::uint64_t opens = (Mask64(data, '[') | Mask64(data, '{')) & ~inside;
+    const std::uint64_t closes = (Mask64(data, ']') | Mask64(data, '}')) & ~inside;
+    const auto closing = static_cast<std::size_t>(__builtin_popcountll(closes));
+    if (closing < depth) {
+      depth += static_cast<std::size_t>(__builtin_popcountll(opens)) - closing;
+    } else {
+      for (std::uint64_t brackets = opens | closes; brackets != 0; brackets &= brackets - 1) {
+        const int bit = __builtin_ctzll(brackets);
+        if ((opens >> bit) & 1) {
+          ++depth;
+        } else if (--depth == 0) {
+          return pos + static_cast<std::size_t>(bit) + 1;
+        }
+      }
+    }
+    inString = (inside >> 63) & 1;
+    pos += 64;
+  }
+#endif
+  while (pos < text.size()) {
+    if (Step(text, pos, depth, inString)) return pos;
+  }
+  return text.size();
 }
 
 }  // namespace
@@ -49,23 +134,7 @@ std::size_t SkipValue(std::string_view text, std::size_t pos) {
     while (pos < text.size() && !kScalarEnd[static_cast<unsigned char>(text[pos])]) ++pos;
     return pos;
   }
-  std::size_t depth = 0;
-  while (pos < text.size()) {
-    const char c = text[pos];
-    if (!kStructural[static_cast<unsigned char>(c)]) {
-      ++pos;
-    } else if (c == '"') {
-      pos = SkipString(text, pos);
-    } else {
-      ++pos;
-      if (c == '[' || c == '{') {
-        ++depth;
-      } else if (--depth == 0) {
-        return pos;
-      }
-    }
-  }
-  return pos;
+  return SkipContainer(text, pos);
 }
 
 std::vector<Member> ObjectMembers(std::string_view text, Span value) {

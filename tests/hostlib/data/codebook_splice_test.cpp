@@ -176,5 +176,19 @@ TEST(JsonSpansTest, FindsMembersPastEscapesAndNesting) {
   EXPECT_EQ(json_spans::ArrayElements(text, members[1].value).size(), 3u);
 }
 
+TEST(JsonSpansTest, SkipsLongValuesWhereverEscapesAndBracketsFall) {
+  // Padding moves escapes, quotes and brackets across the scanner's blocks.
+  for (std::size_t pad = 0; pad < 70; ++pad) {
+    const std::string item =
+        R"({"k\\": "a\"]}[", "n": [[1], {}], ")" + std::string(pad, 'x') + R"(\\": "\\\""})";
+    std::string value = "[" + std::string(pad, ' ');
+    for (int i = 0; i < 5; ++i) value += item + ", ";
+    value += "\"}\"]";
+    const std::string text = value + R"(, "after": "]")";
+    EXPECT_EQ(json_spans::SkipValue(text, 0), value.size()) << pad;
+    EXPECT_EQ(json_spans::ArrayElements(text, {0, value.size()}).size(), 6u) << pad;
+  }
+}
+
 }  // namespace
 }  // namespace hostlib::data
