@@ -37,7 +37,7 @@ def helper(name):
 
 
 def timed(argv):
-    """Wall seconds and peak memory (MB) of one run of argv."""
+    """Wall seconds, peak memory (MB) and processor seconds of one run of argv."""
     start = time.perf_counter()
     child = subprocess.Popen(argv, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
     _, status, usage = os.wait4(child.pid, 0)
@@ -46,15 +46,17 @@ def timed(argv):
     child.stderr.close()
     if os.waitstatus_to_exitcode(status) != 0:
         sys.exit(f"failed ({status}): {' '.join(argv)}\n{errors}")
-    return seconds, usage.ru_maxrss / 1024
+    return seconds, usage.ru_maxrss / 1024, usage.ru_utime + usage.ru_stime
 
 
 def median_of(runs, prepare, argv):
+    """Median wall seconds, peak memory and median processor seconds."""
     samples = []
     for _ in range(runs):
         prepare()
         samples.append(timed(argv))
-    return statistics.median(s for s, _ in samples), max(m for _, m in samples)
+    return (statistics.median(s[0] for s in samples), max(s[1] for s in samples),
+            statistics.median(s[2] for s in samples))
 
 
 def measure(size, runs, build, work):
@@ -101,8 +103,9 @@ def many_sets(size, runs, build, work):
     def fresh():
         shutil.copyfile(base, target)
 
-    define, _ = median_of(runs, fresh, [mrset, "-d", target, syntax])
-    opening, _ = median_of(runs, fresh, [mrset, "-d", target, "-e", "MRSET /DISPLAY NAME=[$set0]."])
+    define = median_of(runs, fresh, [mrset, "-d", target, syntax])[0]
+    opening = median_of(runs, fresh,
+                        [mrset, "-d", target, "-e", "MRSET /DISPLAY NAME=[$set0]."])[0]
     return define - opening
 
 
@@ -125,13 +128,15 @@ def main():
         shutil.rmtree(work, ignore_errors=True)
 
     kinds = ["codebook", "database", "python", "copy"]
-    print("| variables | file MB | " + " | ".join(f"{k} s (peak MB)" for k in kinds) +
-          " | codebook/python | codebook/copy |")
+    print("Wall seconds (processor seconds, peak MB); medians. On a busy machine the")
+    print("wall time grows with the load; the processor time does not.\n")
+    print("| variables | file MB | " + " | ".join(kinds) + " | codebook/python | codebook/copy |")
     print("|---" * (len(kinds) + 4) + "|")
     for size, row in results.items():
-        cells = [f"{row[k][0]:.3f} ({row[k][1]:.0f})" for k in kinds]
+        cells = [f"{row[k][0]:.3f} ({row[k][2]:.3f}, {row[k][1]:.0f})" for k in kinds]
         print(f"| {size:,} | {row['megabytes']:.1f} | " + " | ".join(cells) +
               f" | {row['codebook'][0] / row['python'][0]:.2f}x"
+              f" ({row['codebook'][2] / row['python'][2]:.2f}x)"
               f" | {row['codebook'][0] / row['copy'][0]:.2f}x |")
     print("\ngrowth per 10x size (time, scaled to a tenfold step):")
     for small, large in zip(sizes, sizes[1:]):
