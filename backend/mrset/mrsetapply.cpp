@@ -1,6 +1,7 @@
 #include "backend/mrset/mrsetapply.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "backend/mrset/mrsetassert.h"
 #include "backend/mrset/mrsetparse.h"
@@ -13,7 +14,7 @@
 
 void ApplySubcommands(const MRSetSubcommands& subcommands, VORN_DataSource& dataset,
                       BpProcedure& procedure) {
-  SetList setList = VariableSets(dataset, kMultipleResponseSets);
+  IndexedSetList setList(VariableSets(dataset, kMultipleResponseSets));
   for (const MRSetSubcommand& subcmd : subcommands) {
     switch (subcmd.fType) {
       case MRSetSubcommand::kMDGROUP:
@@ -23,14 +24,14 @@ void ApplySubcommands(const MRSetSubcommands& subcommands, VORN_DataSource& data
         BuildCategorySet(subcmd, dataset, setList);
         break;
       case MRSetSubcommand::kDISPLAY:
-        if (setList.empty()) {
+        if (setList.Empty()) {
           ReportWarning("No MRSET to display", "", "");
           break;
         }
         // Sorting the list itself is deliberate: after a DISPLAY the sets are
         // saved in name order.
-        std::sort(setList.begin(), setList.end(), CompareSetNames);
-        DisplaySets(subcmd, dataset, setList, procedure);
+        setList.SortByName();
+        DisplaySets(subcmd, dataset, setList.Sets(), procedure);
         break;
       case MRSetSubcommand::kDELETE:
         DeleteSets(subcmd, setList);
@@ -39,11 +40,98 @@ void ApplySubcommands(const MRSetSubcommands& subcommands, VORN_DataSource& data
         break;
     }
   }
-  SaveVariableSets(setList, dataset, kMultipleResponseSets);
+  SaveVariableSets(setList.Sets(), dataset, kMultipleResponseSets);
 }
 
-bool CompareSetNames(const VariableSet& a, const VariableSet& b) {
-  return a.GetName(kUpperCase) < b.GetName(kUpperCase);
+// ---- the set list --------------------------------------------------------
+
+IndexedSetList::IndexedSetList(SetList sets) : sets_(std::move(sets)) {
+  upperNames_.reserve(sets_.size());
+  for (const VariableSet& set : sets_) upperNames_.push_back(set.GetName(kUpperCase));
+  deleted_.assign(sets_.size(), false);
+  Reindex();
+}
+
+void IndexedSetList::Reindex() {
+  positions_.clear();
+  positions_.reserve(sets_.size());
+  for (std::size_t i = 0; i < sets_.size(); ++i) positions_[upperNames_[i]].push_back(i);
+  live_ = sets_.size();
+}
+
+void IndexedSetList::Store(VariableSet set) {
+  std::string upperName = set.GetName(kUpperCase);
+  auto& positions = positions_[upperName];
+  if (!positions.empty()) {
+    sets_[positions.front()] = std::move(set);
+    return;
+  }
+  positions.push_back(sets_.size());
+  sets_.push_back(std::move(set));
+  upperNames_.push_back(std::move(upperName));
+  deleted_.push_back(false);
+  ++live_;
+}
+
+bool IndexedSetList::Delete(const std::string& name) {
+  std::string upperName = name;
+  VORNMBstrupr_A(upperName);
+  const auto found = positions_.find(upperName);
+  if (found == positions_.end() || found->second.empty()) return false;
+  APPLY_ASSERT(found->second.size() == 1, "(end - 1) == last");
+  for (const std::size_t i : found->second) deleted_[i] = true;
+  live_ -= found->second.size();
+  positions_.erase(found);
+  return true;
+}
+
+void IndexedSetList::Clear() {
+  sets_.clear();
+  upperNames_.clear();
+  deleted_.clear();
+  Reindex();
+}
+
+void IndexedSetList::Compact() {
+  if (live_ == sets_.size()) return;
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < sets_.size(); ++i) {
+    if (deleted_[i]) continue;
+    if (kept != i) {
+      sets_[kept] = std::move(sets_[i]);
+      upperNames_[kept] = std::move(upperNames_[i]);
+    }
+    ++kept;
+  }
+  sets_.erase(sets_.begin() + static_cast<std::ptrdiff_t>(kept), sets_.end());
+  upperNames_.resize(kept);
+  deleted_.assign(kept, false);
+  Reindex();
+}
+
+void IndexedSetList::SortByName() {
+  Compact();
+  std::vector<std::size_t> order(sets_.size());
+  for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::stable_sort(order.begin(), order.end(), [this](std::size_t a, std::size_t b) {
+    return upperNames_[a] < upperNames_[b];
+  });
+  SetList sorted;
+  std::vector<std::string> sortedNames;
+  sorted.reserve(order.size());
+  sortedNames.reserve(order.size());
+  for (const std::size_t i : order) {
+    sorted.push_back(std::move(sets_[i]));
+    sortedNames.push_back(std::move(upperNames_[i]));
+  }
+  sets_ = std::move(sorted);
+  upperNames_ = std::move(sortedNames);
+  Reindex();
+}
+
+const SetList& IndexedSetList::Sets() {
+  Compact();
+  return sets_;
 }
 
 namespace {
@@ -62,7 +150,7 @@ void AddVariables(const MRSetSubcommand& subcmd, const VORN_DataSource& dataset,
 }  // namespace
 
 void BuildDichotomySet(const MRSetSubcommand& subcmd, const VORN_DataSource& dataset,
-                       SetList& setList) {
+                       IndexedSetList& setList) {
   APPLY_ASSERT(!subcmd.fName.empty(), "!subcmd.fName.empty()");
   APPLY_ASSERT(subcmd.fName[0] == '$', "subcmd.fName[0] == '$'");
   APPLY_ASSERT(subcmd.fType == MRSetSubcommand::kMDGROUP,
@@ -75,11 +163,11 @@ void BuildDichotomySet(const MRSetSubcommand& subcmd, const VORN_DataSource& dat
   set.UseVariableCategoryLabels(subcmd.fCountedValueLabels);
   set.LabelSetByVariable(subcmd.fLabelFromVarLabel);
   AddVariables(subcmd, dataset, set);
-  StoreVariableSet(set, setList);
+  setList.Store(std::move(set));
 }
 
 void BuildCategorySet(const MRSetSubcommand& subcmd, const VORN_DataSource& dataset,
-                      SetList& setList) {
+                      IndexedSetList& setList) {
   APPLY_ASSERT(!subcmd.fName.empty(), "!subcmd.fName.empty()");
   APPLY_ASSERT(subcmd.fName[0] == '$', "subcmd.fName[0] == '$'");
   APPLY_ASSERT(subcmd.fType == MRSetSubcommand::kMCGROUP,
@@ -88,40 +176,19 @@ void BuildCategorySet(const MRSetSubcommand& subcmd, const VORN_DataSource& data
   VariableSet set(subcmd.fName, VariableSet::kMultipleCategorySet);
   if (!subcmd.fLabel.empty()) set.SetLabel(subcmd.fLabel);
   AddVariables(subcmd, dataset, set);
-  StoreVariableSet(set, setList);
-}
-
-// A set whose name equals an existing one's, in any letter case, takes that
-// set's place whole; a new name goes to the end.
-void StoreVariableSet(const VariableSet& set, SetList& setList) {
-  const SetNameEquals sameName(set.GetName(kAsStored));
-  const auto location = std::find_if(setList.begin(), setList.end(), sameName);
-  if (location == setList.end()) {
-    setList.push_back(set);
-    return;
-  }
-  APPLY_ASSERT(location <= setList.end(), "location <= end");
-  *location = set;
+  setList.Store(std::move(set));
 }
 
 // ---- deleting ------------------------------------------------------------
 
-SetNameEquals::SetNameEquals(const std::string& name) : upperName_(name) {
-  VORNMBstrupr_A(upperName_);
-}
-
-bool SetNameEquals::operator()(const VariableSet& set) const {
-  return set.GetName(kUpperCase) == upperName_;
-}
-
-void DeleteSets(const MRSetSubcommand& subcmd, SetList& setList) {
+void DeleteSets(const MRSetSubcommand& subcmd, IndexedSetList& setList) {
   APPLY_ASSERT(subcmd.fType == MRSetSubcommand::kDELETE,
                "subcmd.fType == MRSetSubcommand::kDELETE");
   if (subcmd.fAll) {
-    if (setList.empty()) {
+    if (setList.Empty()) {
       ReportWarning("No MRSETs to delete", "", "");
     } else {
-      setList.clear();
+      setList.Clear();
     }
     return;
   }
@@ -129,19 +196,10 @@ void DeleteSets(const MRSetSubcommand& subcmd, SetList& setList) {
   if (subcmd.fNames.empty()) return;
   for (auto namesIter = subcmd.fNames.begin(); namesIter != subcmd.fNames.end(); ++namesIter) {
     APPLY_ASSERT((*namesIter)[0] == '$', "(*namesIter)[0] == '$'");
-    DeleteSetByName(*namesIter, setList);
+    if (!setList.Delete(*namesIter)) {
+      ReportWarning("^1 MRSET can not be found in the dataset.", *namesIter, "");
+    }
   }
-}
-
-void DeleteSetByName(const std::string& name, SetList& setList) {
-  const auto end = setList.end();
-  const auto last = std::remove_if(setList.begin(), end, SetNameEquals(name));
-  if (last == end) {
-    ReportWarning("^1 MRSET can not be found in the dataset.", name, "");
-    return;
-  }
-  APPLY_ASSERT((end - 1) == last, "(end - 1) == last");
-  setList.pop_back();
 }
 
 // ---- the display table ---------------------------------------------------

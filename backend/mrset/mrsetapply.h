@@ -2,7 +2,9 @@
 // list of multiple response sets, shows and saves it.
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "backend/mrset/mrset.h"
@@ -15,26 +17,43 @@ using SetList = std::vector<VariableSet>;
 void ApplySubcommands(const MRSetSubcommands& subcommands, VORN_DataSource& dataset,
                       BpProcedure& procedure);
 
-void BuildDichotomySet(const MRSetSubcommand& subcmd, const VORN_DataSource& dataset,
-                       SetList& setList);
-void BuildCategorySet(const MRSetSubcommand& subcmd, const VORN_DataSource& dataset,
-                      SetList& setList);
-void StoreVariableSet(const VariableSet& set, SetList& setList);
-bool CompareSetNames(const VariableSet& a, const VariableSet& b);
-
-// Matches a set by name without regard to case: both sides upper-cased by
-// the host, then compared byte for byte.
-class SetNameEquals {
+// The dataset's set list while a command runs. Sets are found through a
+// hash index of their names upper-cased once by the host; a deleted set
+// leaves a hole until the list is next read whole, so that defining,
+// replacing and deleting take constant time and sorting n log n.
+class IndexedSetList {
  public:
-  explicit SetNameEquals(const std::string& name);
-  bool operator()(const VariableSet& set) const;
+  explicit IndexedSetList(SetList sets);
+
+  bool Empty() const { return live_ == 0; }
+  // A set whose name equals an existing one's, in any letter case, takes
+  // that set's place whole; a new name goes to the end.
+  void Store(VariableSet set);
+  // Removes the sets of that name (any letter case); false when there is none.
+  bool Delete(const std::string& name);
+  void Clear();
+  // In order of the upper-cased names.
+  void SortByName();
+  // The list in order, without holes.
+  const SetList& Sets();
 
  private:
-  std::string upperName_;
+  void Compact();
+  void Reindex();
+
+  SetList sets_;
+  std::vector<std::string> upperNames_;  // of sets_, position for position
+  std::vector<bool> deleted_;
+  std::unordered_map<std::string, std::vector<std::size_t>> positions_;  // ascending
+  std::size_t live_ = 0;
 };
 
-void DeleteSets(const MRSetSubcommand& subcmd, SetList& setList);
-void DeleteSetByName(const std::string& name, SetList& setList);
+void BuildDichotomySet(const MRSetSubcommand& subcmd, const VORN_DataSource& dataset,
+                       IndexedSetList& setList);
+void BuildCategorySet(const MRSetSubcommand& subcmd, const VORN_DataSource& dataset,
+                      IndexedSetList& setList);
+
+void DeleteSets(const MRSetSubcommand& subcmd, IndexedSetList& setList);
 
 void DisplaySets(const MRSetSubcommand& subcmd, const VORN_DataSource& dataset,
                  const SetList& setList, BpProcedure& procedure);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "hostlib/data/codebook/descriptor.h"
+#include "hostlib/data/codebook/splice_writer.h"
 
 namespace hostlib::data {
 
@@ -23,11 +24,12 @@ Dataset CodebookFile::Load() {
   } catch (const files::FileError& error) {
     throw DatasetError(error.what());
   }
-  auto document = std::make_shared<Descriptor>(Descriptor{ParseDescriptor(text, file)});
-  DescriptorContents contents = ReadDescriptor(document->json, file);
-  Dataset dataset(std::move(contents.variables), contents.sets);
-  document_ = std::move(document);
-  storedSets_ = std::move(contents.sets);
+  CodebookText read = ReadCodebookText(text, file);
+  Dataset dataset(std::move(read.contents.variables), read.contents.sets);
+  loaded_ = true;
+  text_ = std::move(text);
+  setsPlace_ = std::move(read.place);
+  storedSets_ = std::move(read.contents.sets);
   identity_ = identity;
   return dataset;
 }
@@ -50,7 +52,7 @@ std::optional<Dataset> CodebookFile::BeginCommand(std::chrono::milliseconds time
   // kNotPermitted: nobody without rights to the folder can lock, and such a
   // process cannot save here either; the command reads whole files anyway.
   files::FileIdentity now;
-  if (document_ && files::IdentifyFile(path_, now) && now == identity_) return std::nullopt;
+  if (loaded_ && files::IdentifyFile(path_, now) && now == identity_) return std::nullopt;
   try {
     return Load();
   } catch (...) {
@@ -60,35 +62,37 @@ std::optional<Dataset> CodebookFile::BeginCommand(std::chrono::milliseconds time
 }
 
 bool CodebookFile::WouldChange(const Dataset& dataset) const {
-  return !document_ || dataset.MultipleResponseSets() != storedSets_;
+  return !loaded_ || dataset.MultipleResponseSets() != storedSets_;
 }
 
 namespace {
 
-// The descriptor that Save writes: the one read with the new sets, or a new
-// one made from the dataset.
-Json Render(const Descriptor* read, const Dataset& dataset) {
-  Json sets = RenderCodebookSets(dataset.MultipleResponseSets());
-  if (read == nullptr) {
-    Json fields = Json::array();
-    for (const auto& variable : dataset.Variables()) {
-      fields.push_back(RenderCodebookField(variable));
-    }
-    return {{kCodebookFieldsKey, std::move(fields)}, {kCodebookSetsKey, std::move(sets)}};
+// A whole new descriptor made from the dataset.
+Json Render(const Dataset& dataset) {
+  Json fields = Json::array();
+  for (const auto& variable : dataset.Variables()) {
+    fields.push_back(RenderCodebookField(variable));
   }
-  Json document = read->json;
-  // An absent list stays absent while there is nothing to put in it.
-  if (document.contains(kCodebookSetsKey) || !sets.empty()) {
-    document[kCodebookSetsKey] = std::move(sets);
-  }
-  return document;
+  return {{kCodebookFieldsKey, std::move(fields)},
+          {kCodebookSetsKey, RenderCodebookSets(dataset.MultipleResponseSets())}};
 }
 
 }  // namespace
 
 void CodebookFile::Save(const Dataset& dataset) {
-  auto document = std::make_shared<Descriptor>(Descriptor{Render(document_.get(), dataset)});
-  const std::string text = DumpDescriptor(document->json, path_);
+  if (!loaded_) {
+    SaveWhole(DumpDescriptor(Render(dataset), path_));
+    storedSets_ = dataset.MultipleResponseSets();
+    return;
+  }
+  // Only the set list differs from the file, so the text stays in step with
+  // it even when the write fails.
+  SpliceSets(text_, setsPlace_, dataset.MultipleResponseSets(), path_);
+  SaveWhole(text_);
+  storedSets_ = dataset.MultipleResponseSets();
+}
+
+void CodebookFile::SaveWhole(std::string_view text) {
   try {
     files::WriteFileAtomically(path_, text, env_);
   } catch (const files::FileError& error) {
@@ -96,19 +100,19 @@ void CodebookFile::Save(const Dataset& dataset) {
   }
   // Under the lock nobody else replaces the file between the write and this.
   if (!files::IdentifyFile(path_, identity_)) identity_ = {};
-  document_ = std::move(document);
-  storedSets_ = dataset.MultipleResponseSets();
 }
 
 DatasetContents CodebookFile::Export() {
   Dataset dataset = Load();
-  return {std::move(dataset), document_};
+  auto descriptor =
+      std::make_shared<Descriptor>(Descriptor{ParseDescriptor(text_, path_.string())});
+  return {std::move(dataset), std::move(descriptor)};
 }
 
 void CodebookFile::Create(const DatasetContents& contents) {
   const std::string text = contents.descriptor != nullptr
                                ? DumpDescriptor(contents.descriptor->json, path_)
-                               : DumpDescriptor(Render(nullptr, contents.dataset), path_);
+                               : DumpDescriptor(Render(contents.dataset), path_);
   try {
     files::CreateFileAtomically(path_, text, env_);
   } catch (const files::FileError& error) {

@@ -1,7 +1,8 @@
 // The codebook file as a dataset store (the format: descriptor.h).
 //
-// Load keeps the whole descriptor; Save replaces only "multipleResponseSets"
-// and writes everything else back as it was read.
+// Load keeps the file's text; Save replaces only the value of
+// "multipleResponseSets" in it (splice_writer.h), so every other byte is
+// written back as it was read.
 //
 // A command holds an flock on "<file>.lock" beside the file (beside the file
 // a symbolic link points at); the file is read anew when its inode, size or
@@ -10,8 +11,10 @@
 
 #include <filesystem>
 #include <memory>
+#include <string>
 #include <vector>
 
+#include "hostlib/data/codebook/fast_reader.h"
 #include "hostlib/data/dataset_store.h"
 #include "hostlib/files/env.h"
 #include "hostlib/files/files.h"
@@ -35,11 +38,15 @@ class CodebookFile final : public DatasetStore {
   void Create(const DatasetContents& contents) override;
 
  private:
+  void SaveWhole(std::string_view text);
+
   std::filesystem::path path_;
   files::Env& env_;
-  std::shared_ptr<const Descriptor> document_;  // as last loaded or saved
-  std::vector<VariableSet> storedSets_;         // the sets as the file holds them
-  files::FileIdentity identity_;                // of the file last read or written
+  bool loaded_ = false;
+  std::string text_;  // as last loaded or saved
+  SetsPlace setsPlace_;
+  std::vector<VariableSet> storedSets_;  // the sets as the file holds them
+  files::FileIdentity identity_;         // of the file last read or written
   files::FileLock lock_;
 };
 
