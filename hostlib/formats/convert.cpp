@@ -45,7 +45,8 @@ std::string ReadText(const fs::path& path) {
 
 Json CodebookOf(const data::Dataset& dataset) {
   Json fields = Json::array();
-  for (const auto& variable : dataset.Variables()) fields.push_back(data::RenderCodebookField(variable));
+  for (const auto& variable : dataset.Variables())
+    fields.push_back(data::RenderCodebookField(variable));
   Json codebook = {{data::kCodebookFieldsKey, std::move(fields)}};
   if (!dataset.MultipleResponseSets().empty()) {
     codebook[data::kCodebookSetsKey] = data::RenderCodebookSets(dataset.MultipleResponseSets());
@@ -116,8 +117,10 @@ std::string_view Trimmed(std::string_view text) {
 Input ReadStore(const fs::path& in) {
   const std::unique_ptr<data::DatasetStore> store = data::OpenDatasetStore(in);
   Input input{store->Load(), nullptr, {}, {}};
-  if (auto* package = dynamic_cast<DataPackageStore*>(store.get())) input.codebook = package->Schema();
-  if (auto* file = dynamic_cast<data::CodebookFile*>(store.get())) input.codebook = file->Document();
+  if (auto* package = dynamic_cast<DataPackageStore*>(store.get()))
+    input.codebook = package->Schema();
+  if (auto* file = dynamic_cast<data::CodebookFile*>(store.get()))
+    input.codebook = file->Document();
   if (auto* database = dynamic_cast<data::SqliteStore*>(store.get())) {
     input.codebook = database->ExportCodebook();
   }

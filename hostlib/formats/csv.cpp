@@ -18,9 +18,9 @@ CsvTable ParseCsv(std::string_view text, const std::string& file) {
   std::string field;
   std::size_t line = 1;
   std::size_t recordLine = 1;
-  bool quoted = false;  // inside quotes
-  bool wasQuoted = false;    // the field had quotes, now closed
-  bool recordEmpty = true;   // nothing of the record read yet
+  bool quoted = false;      // inside quotes
+  bool wasQuoted = false;   // the field had quotes, now closed
+  bool recordEmpty = true;  // nothing of the record read yet
   const auto endRecord = [&] {
     record.push_back(std::move(field));
     field.clear();

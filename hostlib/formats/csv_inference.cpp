@@ -138,8 +138,8 @@ Json RenderField(const Column& column, const std::string& title) {
 // A run of columns that may be one question.
 struct Run {
   std::string prefix;
-  bool slashed = false;                 // PREFIX/OPTION rather than PREFIX_n
-  std::vector<std::size_t> columns;     // in the order of the question
+  bool slashed = false;              // PREFIX/OPTION rather than PREFIX_n
+  std::vector<std::size_t> columns;  // in the order of the question
 };
 
 std::vector<Run> FindRuns(const std::vector<Column>& columns) {
@@ -148,8 +148,8 @@ std::vector<Run> FindRuns(const std::vector<Column>& columns) {
   std::vector<std::string> order;
   for (std::size_t c = 0; c < columns.size(); ++c) {
     const std::string& header = columns[c].header;
-    if (const auto slash = header.rfind('/'); slash != std::string::npos && slash > 0 &&
-                                              slash + 1 < header.size()) {
+    if (const auto slash = header.rfind('/');
+        slash != std::string::npos && slash > 0 && slash + 1 < header.size()) {
       Run& run = slashed[header.substr(0, slash)];
       if (run.columns.empty()) order.push_back("/" + header.substr(0, slash));
       run.prefix = header.substr(0, slash);
@@ -223,11 +223,13 @@ InferredDictionary InferDictionary(const CsvTable& table, const std::string& dat
   }
   for (const Run& run : runs) {
     if (!run.slashed) continue;
-    for (const std::size_t c : run.columns) titles[c] = columns[c].header.substr(run.prefix.size() + 1);
+    for (const std::size_t c : run.columns)
+      titles[c] = columns[c].header.substr(run.prefix.size() + 1);
   }
   InferredDictionary inferred;
   Json fields = Json::array();
-  for (std::size_t c = 0; c < columns.size(); ++c) fields.push_back(RenderField(columns[c], titles[c]));
+  for (std::size_t c = 0; c < columns.size(); ++c)
+    fields.push_back(RenderField(columns[c], titles[c]));
   inferred.codebook = {{"path", dataPath}, {data::kCodebookFieldsKey, fields}};
   inferred.dataset = data::ReadCodebookDescriptor(inferred.codebook, dataPath);
 
@@ -236,7 +238,8 @@ InferredDictionary InferDictionary(const CsvTable& table, const std::string& dat
     const std::string shown = run.prefix + (run.slashed ? "/..." : "_1..");
     const bool numeric = columns[run.columns.front()].numeric;
     const bool sameType = std::all_of(run.columns.begin(), run.columns.end(), [&](std::size_t c) {
-      return columns[c].numeric == numeric && (numeric || columns[c].width == columns[run.columns.front()].width);
+      return columns[c].numeric == numeric &&
+             (numeric || columns[c].width == columns[run.columns.front()].width);
     });
     const auto mark = CountedMark(columns, run);
     if (!mark && (run.slashed || !sameType)) {

@@ -18,23 +18,23 @@ constexpr std::string_view kPackageName = "datapackage.json";
 
 std::size_t LineOf(std::string_view text, std::size_t offset) {
   offset = std::min(offset, text.size());
-  return 1 + static_cast<std::size_t>(std::count(text.begin(), text.begin() + static_cast<long>(offset), '\n'));
+  return 1 + static_cast<std::size_t>(
+                 std::count(text.begin(), text.begin() + static_cast<long>(offset), '\n'));
 }
 
 Json ParsePackage(const std::string& text, const std::string& file) {
   try {
     return Json::parse(text);
   } catch (const Json::parse_error& error) {
-    throw DatasetError(file + ": line " + std::to_string(LineOf(text, error.byte == 0 ? 0 : error.byte - 1)) +
+    throw DatasetError(file + ": line " +
+                       std::to_string(LineOf(text, error.byte == 0 ? 0 : error.byte - 1)) +
                        ": not valid JSON");
   }
 }
 
 std::string ResourcePointer(std::size_t index) { return "/resources/" + std::to_string(index); }
 
-bool IsTabular(const Json& resource) {
-  return resource.is_object() && resource.contains("schema");
-}
+bool IsTabular(const Json& resource) { return resource.is_object() && resource.contains("schema"); }
 
 std::string ResourceName(const Json& resource) {
   const auto name = resource.find("name");
@@ -42,7 +42,8 @@ std::string ResourceName(const Json& resource) {
 }
 
 // The index of the resource whose schema is the dictionary.
-std::size_t ChooseResource(const Json& package, const std::string& wanted, const std::string& file) {
+std::size_t ChooseResource(const Json& package, const std::string& wanted,
+                           const std::string& file) {
   const auto resources = package.find("resources");
   if (resources == package.end() || !resources->is_array()) {
     throw DatasetError(file + ": /resources: must be an array of resources");
@@ -78,7 +79,8 @@ std::string LineIndent(std::string_view text, std::size_t at) {
 
 // The sets as JSON text that starts where a value of a member indented by
 // `indent` starts; on one line when the schema is on one line.
-std::string RenderSets(const std::vector<VariableSet>& sets, bool pretty, const std::string& indent) {
+std::string RenderSets(const std::vector<VariableSet>& sets, bool pretty,
+                       const std::string& indent) {
   const Json rendered = data::RenderCodebookSets(sets);
   if (!pretty) return rendered.dump();
   std::string text = rendered.dump(2);
@@ -109,7 +111,8 @@ std::string SpliceSets(const std::string& text, std::size_t resourceIndex,
   // After the schema's last member, before the blanks and the closing brace.
   std::size_t close = schema->end - 1;
   std::size_t last = close;
-  while (last > schema->begin && std::string_view(" \t\r\n").find(text[last - 1]) != std::string_view::npos) {
+  while (last > schema->begin &&
+         std::string_view(" \t\r\n").find(text[last - 1]) != std::string_view::npos) {
     --last;
   }
   const bool empty = last == schema->begin + 1;
@@ -118,8 +121,8 @@ std::string SpliceSets(const std::string& text, std::size_t resourceIndex,
     const std::size_t keyStart = text.rfind('"', text.rfind(':', fields->begin) - 1);
     indent = LineIndent(text, text.rfind('"', keyStart - 1));
   }
-  std::string member = std::string(empty ? "" : ",") + (pretty ? "\n" + indent : "") +
-                       "\"" + data::kCodebookSetsKey + "\": " + RenderSets(sets, pretty, indent);
+  std::string member = std::string(empty ? "" : ",") + (pretty ? "\n" + indent : "") + "\"" +
+                       data::kCodebookSetsKey + "\": " + RenderSets(sets, pretty, indent);
   return text.substr(0, last) + member + text.substr(last);
 }
 

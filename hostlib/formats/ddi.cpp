@@ -95,7 +95,8 @@ class Reader {
         continue;
       }
       const auto number = AsNumber(value);
-      if (!number) Fail(category, "the category value \"" + value + "\" of " + name + " is not a number");
+      if (!number)
+        Fail(category, "the category value \"" + value + "\" of " + name + " is not a number");
       numericValues.insert(*number);
       if (label) labels.numeric.emplace(*number, xml::Text(label));
     }
@@ -103,7 +104,8 @@ class Reader {
       if (const pugi::xml_node location = xml::Child(var, "location");
           location && location.attribute("width")) {
         width = location.attribute("width").as_int(0);
-        if (width < 1 || width > kMaxStringWidth) Fail(location, "the width must be from 1 to 32767");
+        if (width < 1 || width > kMaxStringWidth)
+          Fail(location, "the width must be from 1 to 32767");
       } else if (width == 0) {
         width = kDefaultStringWidth;
       }
@@ -170,8 +172,8 @@ class Reader {
     }
     const bool counted = HasNote(group, kCountedValueNote);
     const bool dichotomies = counted || LooksLikeCheckedBoxes(members);
-    VariableSet set(name, dichotomies ? VariableSet::kMultipleDichotomySet
-                                      : VariableSet::kMultipleCategorySet);
+    VariableSet set(
+        name, dichotomies ? VariableSet::kMultipleDichotomySet : VariableSet::kMultipleCategorySet);
     set.SetLabel(xml::Text(xml::Child(group, "labl")));
     if (dichotomies) {
       set.SetValue(counted ? Note(group, kCountedValueNote) : "1");
@@ -240,7 +242,8 @@ void RenderVar(std::string& out, const VORN_Variable& variable, int index,
   out += "    </var>\n";
 }
 
-void RenderGroup(std::string& out, const data::Dataset& dataset, const VariableSet& set, int index) {
+void RenderGroup(std::string& out, const data::Dataset& dataset, const VariableSet& set,
+                 int index) {
   std::string refs;
   for (const std::string& member : set.GetVariableNames(kAsStored)) {
     const int var = dataset.FindVarIndex(member);
@@ -257,7 +260,8 @@ void RenderGroup(std::string& out, const data::Dataset& dataset, const VariableS
     out += "      <notes type=\"countedValue\">" + xml::Escape(set.GetValue()) + "</notes>\n";
     out += std::string("      <notes type=\"categoryLabels\">") +
            (set.qUseVariableCategoryLabels() ? "countedValues" : "variableLabels") + "</notes>\n";
-    if (set.qLabelSetByVariable()) out += "      <notes type=\"labelSource\">variableLabel</notes>\n";
+    if (set.qLabelSetByVariable())
+      out += "      <notes type=\"labelSource\">variableLabel</notes>\n";
   }
   out += "    </varGrp>\n";
 }
@@ -282,7 +286,8 @@ std::string RenderDdi(const data::Dataset& dataset, const std::string& title) {
       xml::Escape(title) +
       "</titl>\n      </titlStmt>\n    </citation>\n  </stdyDscr>\n  <dataDscr>\n";
   const auto& sets = dataset.MultipleResponseSets();
-  for (std::size_t i = 0; i < sets.size(); ++i) RenderGroup(out, dataset, sets[i], static_cast<int>(i));
+  for (std::size_t i = 0; i < sets.size(); ++i)
+    RenderGroup(out, dataset, sets[i], static_cast<int>(i));
   const auto counted = CountedValuesByMember(dataset);
   static const std::set<std::string> kNone;
   for (int i = 0; i < static_cast<int>(dataset.ColumnCount()); ++i) {

@@ -60,8 +60,8 @@ std::string RenderCommand(const data::Dataset& dataset, const VariableSet& set) 
   const std::string name = set.GetName(kAsStored);
   if (name.empty() || name.front() != '$' || !IsWord(name)) Refuse(set, "the name is not a word");
   const bool dichotomies = set.GetType() == VariableSet::kMultipleDichotomySet;
-  std::string command = std::string("MRSET /") + (dichotomies ? "MDGROUP" : "MCGROUP") +
-                        " NAME=" + name;
+  std::string command =
+      std::string("MRSET /") + (dichotomies ? "MDGROUP" : "MCGROUP") + " NAME=" + name;
   if (!set.GetLabel().empty()) {
     if (HasLineBreakOrControl(set.GetLabel())) Refuse(set, "its label holds a control character");
     command += " LABEL=" + QuoteForSyntax(set.GetLabel());

@@ -28,7 +28,8 @@ class Reader {
     if (!record) Fail(survey, "<record> is missing");
     TripleSSurvey result;
     const std::string format = record.attribute("format").as_string("fixed");
-    if (format != "fixed" && format != "csv") Fail(record, "unknown data format \"" + format + "\"");
+    if (format != "fixed" && format != "csv")
+      Fail(record, "unknown data format \"" + format + "\"");
     result.csvData = format == "csv";
     result.skipLines = record.attribute("skip").as_uint(0);
     result.dataHref = record.attribute("href").as_string();
@@ -43,7 +44,8 @@ class Reader {
     throw DatasetError(file_ + ": " + xml::Place(node, text_) + ": " + fault);
   }
 
-  std::size_t Number(const pugi::xml_node& node, const char* attribute, bool required = true) const {
+  std::size_t Number(const pugi::xml_node& node, const char* attribute,
+                     bool required = true) const {
     const std::string text = node.attribute(attribute).as_string();
     if (text.empty() && !required) return 0;
     std::size_t value = 0;
@@ -58,7 +60,8 @@ class Reader {
   static std::optional<double> Code(const std::string& text) {
     double value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (text.empty() || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+    if (text.empty() || error != std::errc() || end != text.data() + text.size())
+      return std::nullopt;
     return value;
   }
 
@@ -116,7 +119,8 @@ class Reader {
         if (size == 0) Fail(sizeNode, "<size> must be a whole number from 1 up");
       }
       if (size > static_cast<std::size_t>(kMaxStringWidth)) Fail(variable, "wider than 32767");
-      Add(survey, variable, VORN_Variable(name, static_cast<int>(size), label), {start, width, std::nullopt});
+      Add(survey, variable, VORN_Variable(name, static_cast<int>(size), label),
+          {start, width, std::nullopt});
     } else if (type == "multiple") {
       ReadMultiple(variable, survey, name, label, start, width);
     } else {
@@ -147,7 +151,8 @@ class Reader {
       sets.push_back(std::move(set));
     } else {
       const std::size_t subfields = Number(spread, "subfields");
-      const std::size_t subWidth = spread.attribute("width") ? Number(spread, "width") : width / subfields;
+      const std::size_t subWidth =
+          spread.attribute("width") ? Number(spread, "width") : width / subfields;
       if (!survey.csvData && (subWidth == 0 || subWidth * subfields > width)) {
         Fail(spread, "the subfields of " + name + " do not fit its position");
       }
@@ -217,7 +222,8 @@ std::string ConvertTripleSData(const TripleSSurvey& survey, const std::string& d
     CsvTable table = ParseCsv(data, file);
     // ParseCsv takes the first line as a header; put it back when there is none.
     if (survey.skipLines == 0) table.rows.insert(table.rows.begin(), table.header);
-    for (std::size_t r = survey.skipLines == 0 ? 0 : survey.skipLines - 1; r < table.rows.size(); ++r) {
+    for (std::size_t r = survey.skipLines == 0 ? 0 : survey.skipLines - 1; r < table.rows.size();
+         ++r) {
       std::vector<std::string> record;
       for (const TripleSColumn& column : survey.columns) {
         if (column.start > table.rows[r].size()) {

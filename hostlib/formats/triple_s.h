@@ -17,8 +17,8 @@ namespace hostlib::formats {
 
 // Where each dictionary variable's values sit in a data record.
 struct TripleSColumn {
-  std::size_t start = 0;     // from 1: the column (fixed) or field (CSV)
-  std::size_t width = 0;     // characters (fixed) of this variable's value
+  std::size_t start = 0;           // from 1: the column (fixed) or field (CSV)
+  std::size_t width = 0;           // characters (fixed) of this variable's value
   std::optional<std::size_t> bit;  // a bitstring member: which character of the field
 };
 

@@ -8,8 +8,10 @@ namespace hostlib::formats::xml {
 namespace {
 
 std::size_t LineOf(std::string_view text, std::ptrdiff_t offset) {
-  const auto end = std::min<std::size_t>(static_cast<std::size_t>(std::max<std::ptrdiff_t>(offset, 0)), text.size());
-  return 1 + static_cast<std::size_t>(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), '\n'));
+  const auto end = std::min<std::size_t>(
+      static_cast<std::size_t>(std::max<std::ptrdiff_t>(offset, 0)), text.size());
+  return 1 + static_cast<std::size_t>(
+                 std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), '\n'));
 }
 
 std::string Trimmed(std::string_view text) {
@@ -32,7 +34,8 @@ void Parse(pugi::xml_document& document, const std::string& text, const std::str
 
 std::string_view LocalName(const pugi::xml_node& node) {
   std::string_view name = node.name();
-  if (const auto colon = name.find(':'); colon != std::string_view::npos) name.remove_prefix(colon + 1);
+  if (const auto colon = name.find(':'); colon != std::string_view::npos)
+    name.remove_prefix(colon + 1);
   return name;
 }
 
@@ -55,7 +58,8 @@ std::string Text(const pugi::xml_node& node) {
   if (const pugi::xml_node text = Child(node, "text")) return Trimmed(text.child_value());
   std::string joined;
   for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling()) {
-    if (child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata) joined += child.value();
+    if (child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata)
+      joined += child.value();
   }
   return Trimmed(joined);
 }
@@ -68,14 +72,29 @@ std::string Escape(std::string_view text) {
   std::string out;
   for (const char c : text) {
     switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      case '\n': out += "&#10;"; break;
-      case '\r': out += "&#13;"; break;
-      case '\t': out += "&#9;"; break;
-      default: out += c;
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      case '\n':
+        out += "&#10;";
+        break;
+      case '\r':
+        out += "&#13;";
+        break;
+      case '\t':
+        out += "&#9;";
+        break;
+      default:
+        out += c;
     }
   }
   return out;

@@ -52,7 +52,12 @@ int main(int argc, char** argv) {
     }
     if (argument == "--to" || argument == "--sets") {
       if (i + 1 == argc) return Usage(std::string(argument) + " needs a value");
-      (argument == "--to" ? to : options.setsFile) = std::string(argv[++i]);
+      const std::string value = argv[++i];
+      if (argument == "--to") {
+        to = value;
+      } else {
+        options.setsFile = value;
+      }
     } else if (argument.size() > 1 && argument.front() == '-') {
       return Usage("unknown option " + std::string(argument));
     } else {

@@ -24,7 +24,7 @@ std::string Quote(const std::string& text) {
   return quoted + "'";
 }
 
-Result Run(const std::string& commandLine) {
+Result RunShell(const std::string& commandLine) {
   Result result;
   FILE* pipe = popen((commandLine + " 2>&1").c_str(), "r");
   char buffer[4096];
@@ -65,10 +65,10 @@ class ConvertTest : public ::testing::Test {
   void TearDown() override { fs::remove_all(dir_); }
 
   Result Convert(const std::string& arguments) {
-    return Run("cd " + Quote(dir_.string()) + " && " + Quote(MRSET_CONVERT) + " " + arguments);
+    return RunShell("cd " + Quote(dir_.string()) + " && " + Quote(MRSET_CONVERT) + " " + arguments);
   }
   Result Mrset(const std::string& arguments) {
-    return Run("cd " + Quote(dir_.string()) + " && " + Quote(MRSET_PROGRAM) + " " + arguments);
+    return RunShell("cd " + Quote(dir_.string()) + " && " + Quote(MRSET_PROGRAM) + " " + arguments);
   }
   fs::path dir_;
 };
@@ -183,10 +183,12 @@ TEST_F(ConvertTest, BadFilesAreRefusedWithPlaceAndFaultAndNothingIsWritten) {
     const char* contents;
     const char* message;
   } cases[] = {
-      {"broken.xml", "<codeBook>\n<dataDscr>\n</codeBook>", "broken.xml: line 3: not well-formed XML"},
+      {"broken.xml", "<codeBook>\n<dataDscr>\n</codeBook>",
+       "broken.xml: line 3: not well-formed XML"},
       {"other.xml", "<html/>", "root is <html>"},
       {"novar.xml",
-       "<codeBook><dataDscr>\n<varGrp type=\"multipleResp\" name=\"$g\" var=\"x\"/>\n</dataDscr></codeBook>",
+       "<codeBook><dataDscr>\n<varGrp type=\"multipleResp\" name=\"$g\" "
+       "var=\"x\"/>\n</dataDscr></codeBook>",
        "novar.xml: line 2: the group $g refers to x, which is no <var>"},
       {"badcode.xml",
        "<codeBook><dataDscr>\n<var name=\"a\"><catgry><catValu>x</catValu></catgry></var>"
