@@ -1,16 +1,14 @@
 #include "hostlib/formats/convert.h"
 
-#include <functional>
 #include <memory>
-#include <nlohmann/json.hpp>
 
-#include "hostlib/data/codebook_file.h"
-#include "hostlib/data/dataset_store.h"
-#include "hostlib/data/sqlite_store.h"
+#include "hostlib/data/codebook/imported_contents.h"
+#include "hostlib/data/database/database_store.h"
+#include "hostlib/data/datapackage/datapackage_store.h"
+#include "hostlib/data/open_dataset_store.h"
 #include "hostlib/files/files.h"
 #include "hostlib/formats/csv.h"
 #include "hostlib/formats/csv_inference.h"
-#include "hostlib/formats/datapackage.h"
 #include "hostlib/formats/ddi.h"
 #include "hostlib/formats/syntax_out.h"
 #include "hostlib/formats/triple_s.h"
@@ -20,7 +18,6 @@ namespace hostlib::formats {
 namespace {
 
 namespace fs = std::filesystem;
-using Json = nlohmann::ordered_json;
 using data::DatasetError;
 
 struct ExtraFile {
@@ -29,8 +26,7 @@ struct ExtraFile {
 };
 
 struct Input {
-  data::Dataset dataset;
-  Json codebook;  // null: made from the dataset
+  data::DatasetContents contents;
   std::vector<ExtraFile> extras;
   std::vector<std::string> report;
 };
@@ -41,17 +37,6 @@ std::string ReadText(const fs::path& path) {
   } catch (const files::FileError& error) {
     throw DatasetError(error.what());
   }
-}
-
-Json CodebookOf(const data::Dataset& dataset) {
-  Json fields = Json::array();
-  for (const auto& variable : dataset.Variables())
-    fields.push_back(data::RenderCodebookField(variable));
-  Json codebook = {{data::kCodebookFieldsKey, std::move(fields)}};
-  if (!dataset.MultipleResponseSets().empty()) {
-    codebook[data::kCodebookSetsKey] = data::RenderCodebookSets(dataset.MultipleResponseSets());
-  }
-  return codebook;
 }
 
 // How `target` is named from the folder of `out`.
@@ -77,18 +62,18 @@ std::optional<fs::path> FindTripleSData(const fs::path& in, const TripleSSurvey&
 }
 
 Input ReadTripleSInput(const fs::path& in, const std::string& text, const fs::path& out) {
-  TripleSSurvey survey = ReadTripleS(text, in.string());
-  Input input{survey.dataset, Json::object(), {}, {}};
+  const TripleSSurvey survey = ReadTripleS(text, in.string());
+  Input input;
+  std::string dataPath;
   if (const auto dataFile = FindTripleSData(in, survey)) {
     fs::path csv = out;
     csv.replace_extension(".csv");
     input.extras.push_back(
         {csv, ConvertTripleSData(survey, ReadText(*dataFile), dataFile->string())});
-    input.codebook["path"] = RelativeTo(csv, out);
+    dataPath = RelativeTo(csv, out);
     input.report.push_back("data of " + dataFile->string() + " written to " + csv.string());
   }
-  const Json dictionary = CodebookOf(survey.dataset);
-  for (const auto& [key, value] : dictionary.items()) input.codebook[key] = value;
+  input.contents = data::ContentsWithDataPath(survey.dataset, dataPath);
   return input;
 }
 
@@ -96,7 +81,7 @@ Input ReadCsvInput(const fs::path& in, const std::string& text, const fs::path& 
                    const ConvertOptions& options) {
   const CsvTable table = ParseCsv(text, in.string());
   InferredDictionary inferred = InferDictionary(table, RelativeTo(in, out));
-  Input input{inferred.dataset, inferred.codebook, {}, {}};
+  Input input{inferred.contents, {}, {}};
   input.report.push_back(std::to_string(inferred.proposedSets.size()) +
                          " multi-select question(s) found");
   if (options.setsFile) {
@@ -114,21 +99,10 @@ std::string_view Trimmed(std::string_view text) {
   return begin == std::string_view::npos ? std::string_view() : text.substr(begin);
 }
 
-Input ReadStore(const fs::path& in) {
-  const std::unique_ptr<data::DatasetStore> store = data::OpenDatasetStore(in);
-  Input input{store->Load(), nullptr, {}, {}};
-  if (auto* package = dynamic_cast<DataPackageStore*>(store.get()))
-    input.codebook = package->Schema();
-  if (auto* file = dynamic_cast<data::CodebookFile*>(store.get()))
-    input.codebook = file->Document();
-  if (auto* database = dynamic_cast<data::SqliteStore*>(store.get())) {
-    input.codebook = database->ExportCodebook();
-  }
-  return input;
-}
+Input ReadStore(const fs::path& in) { return {data::OpenDatasetStore(in)->Export(), {}, {}}; }
 
 Input ReadInput(const fs::path& in, const fs::path& out, const ConvertOptions& options) {
-  if (OpenDataPackageStore(in)) return ReadStore(in);
+  if (data::OpenDataPackageStore(in)) return ReadStore(in);
   const std::string text = ReadText(in);
   if (data::SqliteStore::HasHeader(text)) return ReadStore(in);
   const std::string_view start = Trimmed(text);
@@ -139,8 +113,7 @@ Input ReadInput(const fs::path& in, const fs::path& out, const ConvertOptions& o
     const std::string_view root = xml::LocalName(document.document_element());
     if (root == "sss") return ReadTripleSInput(in, text, out);
     if (root == "codeBook") {
-      data::Dataset dataset = ReadDdi(text, in.string());
-      return {dataset, CodebookOf(dataset), {}, {}};
+      return {{ReadDdi(text, in.string()), nullptr}, {}, {}};
     }
     throw DatasetError(in.string() + ": line 1: an XML file whose root is <" + std::string(root) +
                        ">, neither <codeBook> (DDI Codebook) nor <sss> (Triple-S)");
@@ -149,14 +122,6 @@ Input ReadInput(const fs::path& in, const fs::path& out, const ConvertOptions& o
     throw DatasetError(in.string() + ": not a format that mrset-convert reads");
   }
   return ReadCsvInput(in, text, out, options);
-}
-
-std::string RenderCodebookText(const Json& codebook, const fs::path& out) {
-  try {
-    return codebook.dump(2) + "\n";
-  } catch (const Json::exception& error) {
-    throw DatasetError(out.string() + ": not saved: " + error.what());
-  }
 }
 
 void CreateFile(const fs::path& path, std::string_view contents) {
@@ -168,21 +133,21 @@ void CreateFile(const fs::path& path, std::string_view contents) {
 }
 
 void WriteOutput(const Input& input, const fs::path& out, OutputFormat format) {
-  const Json codebook = input.codebook.is_null() ? CodebookOf(input.dataset) : input.codebook;
+  const data::Dataset& dataset = input.contents.dataset;
   switch (format) {
     case OutputFormat::kCodebook:
-      CreateFile(out, RenderCodebookText(codebook, out));
+      data::NewDatasetStore(out, data::DatasetFormat::kCodebook)->Create(input.contents);
       return;
     case OutputFormat::kDatabase:
-      data::SqliteStore::Create(out, input.dataset, &codebook);
+      data::NewDatasetStore(out, data::DatasetFormat::kDatabase)->Create(input.contents);
       return;
     case OutputFormat::kDdi:
-      CreateFile(out, RenderDdi(input.dataset, out.stem().string()));
+      CreateFile(out, RenderDdi(dataset, out.stem().string()));
       return;
     case OutputFormat::kSyntax: {
       std::string text;
       try {
-        text = RenderSetCommands(input.dataset, input.dataset.MultipleResponseSets());
+        text = RenderSetCommands(dataset, dataset.MultipleResponseSets());
       } catch (const DatasetError& error) {
         throw DatasetError(out.string() + ": not written: " + error.what());
       }
@@ -197,7 +162,7 @@ void WriteOutput(const Input& input, const fs::path& out, OutputFormat format) {
 std::optional<OutputFormat> OutputFormatFromName(const fs::path& path) {
   const std::string extension = path.extension().string();
   if (extension == ".json") return OutputFormat::kCodebook;
-  if (data::SqliteStore::NameSuggestsDatabase(path)) return OutputFormat::kDatabase;
+  if (data::FormatFromName(path) == data::DatasetFormat::kDatabase) return OutputFormat::kDatabase;
   if (extension == ".xml") return OutputFormat::kDdi;
   if (extension == ".mrs") return OutputFormat::kSyntax;
   return std::nullopt;

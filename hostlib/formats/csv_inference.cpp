@@ -8,7 +8,9 @@
 #include <set>
 #include <unordered_set>
 
-#include "hostlib/data/codebook_file.h"
+#include <nlohmann/json.hpp>
+
+#include "hostlib/data/codebook/imported_contents.h"
 #include "hostlib/dictionary/names.h"
 #include "hostlib/formats/syntax_out.h"
 #include "hostlib/strings/unicode.h"
@@ -230,8 +232,8 @@ InferredDictionary InferDictionary(const CsvTable& table, const std::string& dat
   Json fields = Json::array();
   for (std::size_t c = 0; c < columns.size(); ++c)
     fields.push_back(RenderField(columns[c], titles[c]));
-  inferred.codebook = {{"path", dataPath}, {data::kCodebookFieldsKey, fields}};
-  inferred.dataset = data::ReadCodebookDescriptor(inferred.codebook, dataPath);
+  const Json codebook = {{"path", dataPath}, {"fields", fields}};
+  inferred.contents = data::ContentsFromDescriptorText(codebook.dump(), dataPath);
 
   std::unordered_set<std::string> setNames;
   for (const Run& run : runs) {
@@ -268,7 +270,7 @@ std::string RenderProposal(const InferredDictionary& inferred, const std::string
   for (const std::string& note : inferred.notes) text += "* Not proposed: " + note + ".\n";
   if (inferred.proposedSets.empty()) text += "* None found.\n";
   text += "\n";
-  text += RenderSetCommands(inferred.dataset, inferred.proposedSets);
+  text += RenderSetCommands(inferred.contents.dataset, inferred.proposedSets);
   return text;
 }
 

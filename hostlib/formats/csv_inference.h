@@ -11,16 +11,13 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
-#include "hostlib/data/dataset.h"
+#include "hostlib/data/dataset_store.h"
 #include "hostlib/formats/csv.h"
 
 namespace hostlib::formats {
 
 struct InferredDictionary {
-  nlohmann::ordered_json codebook;  // "path" and "fields", no sets
-  data::Dataset dataset;
+  data::DatasetContents contents;  // "path" and "fields", no sets
   std::vector<VariableSet> proposedSets;
   std::vector<std::string> notes;  // runs of columns seen but not proposed, and why
 };

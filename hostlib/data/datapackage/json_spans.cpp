@@ -1,9 +1,9 @@
-#include "hostlib/formats/json_spans.h"
+#include "hostlib/data/datapackage/json_spans.h"
 
 #include <nlohmann/json.hpp>
 #include <string>
 
-namespace hostlib::formats {
+namespace hostlib::data {
 namespace {
 
 bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
@@ -96,4 +96,4 @@ std::optional<Span> ElementSpan(std::string_view text, Span array, std::size_t i
   return std::nullopt;
 }
 
-}  // namespace hostlib::formats
+}  // namespace hostlib::data

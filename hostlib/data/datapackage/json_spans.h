@@ -9,7 +9,7 @@
 #include <optional>
 #include <string_view>
 
-namespace hostlib::formats {
+namespace hostlib::data {
 
 struct Span {
   std::size_t begin = 0;  // the value's first byte
@@ -24,4 +24,4 @@ std::optional<Span> MemberSpan(std::string_view text, Span object, std::string_v
 // The index-th element of the array at `array`; none when there are fewer.
 std::optional<Span> ElementSpan(std::string_view text, Span array, std::size_t index);
 
-}  // namespace hostlib::formats
+}  // namespace hostlib::data

@@ -14,34 +14,37 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include "hostlib/data/dataset_store.h"
+#include "hostlib/files/env.h"
 #include "hostlib/files/files.h"
 
-namespace hostlib::formats {
+namespace hostlib::data {
 
-class DataPackageStore final : public data::DatasetStore {
+class DataPackageStore final : public DatasetStore {
  public:
-  DataPackageStore(std::filesystem::path path, std::string resource);
+  DataPackageStore(std::filesystem::path path, std::string resource,
+                   files::Env& env = files::DefaultEnv());
+  ~DataPackageStore() override;
 
   const std::filesystem::path& Path() const override { return path_; }
-  data::Dataset Load() override;
-  bool WouldChange(const data::Dataset& dataset) const override;
-  void Save(const data::Dataset& dataset) override;
-  std::optional<data::Dataset> BeginCommand(std::chrono::milliseconds timeout) override;
+  Dataset Load() override;
+  bool WouldChange(const Dataset& dataset) const override;
+  void Save(const Dataset& dataset) override;
+  std::optional<Dataset> BeginCommand(std::chrono::milliseconds timeout) override;
   void EndCommand() override { lock_.Release(); }
   void AbortCommand() noexcept override { lock_.Release(); }
-
-  // The chosen resource's schema as last loaded (a codebook descriptor).
-  const nlohmann::ordered_json& Schema() const { return schema_; }
+  // The resource's schema, which is a codebook descriptor.
+  DatasetContents Export() override;
+  // Refused: a package is only changed, never made.
+  void Create(const DatasetContents& contents) override;
 
  private:
   std::filesystem::path path_;
   std::string resource_;  // as asked; empty for "the only tabular one"
-  std::string text_;      // the file as last read or written
+  files::Env& env_;
+  std::string text_;  // the file as last read or written
   std::size_t resourceIndex_ = 0;
-  nlohmann::ordered_json schema_;
+  std::shared_ptr<const Descriptor> schema_;
   std::vector<VariableSet> storedSets_;
   bool loaded_ = false;
   files::FileIdentity identity_;
@@ -54,11 +57,12 @@ bool LooksLikeDataPackage(std::string_view text);
 // The store for "FILE" or "FILE#RESOURCE" when that names a data package
 // (by the name datapackage.json, a #RESOURCE after an existing file, or the
 // contents); none otherwise.
-std::unique_ptr<data::DatasetStore> OpenDataPackageStore(const std::filesystem::path& path);
+std::unique_ptr<DatasetStore> OpenDataPackageStore(const std::filesystem::path& path,
+                                                   files::Env& env = files::DefaultEnv());
 
 // Puts `sets` into the schema at /resources/INDEX/schema of the package
 // text, changing no other byte. Pure; used by Save.
 std::string SpliceSets(const std::string& text, std::size_t resourceIndex,
                        const std::vector<VariableSet>& sets);
 
-}  // namespace hostlib::formats
+}  // namespace hostlib::data

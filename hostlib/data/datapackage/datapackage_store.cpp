@@ -1,36 +1,19 @@
-#include "hostlib/formats/datapackage.h"
+#include "hostlib/data/datapackage/datapackage_store.h"
 
 #include <algorithm>
 #include <fstream>
 #include <utility>
 
-#include "hostlib/data/codebook_file.h"
-#include "hostlib/formats/json_spans.h"
+#include "hostlib/data/codebook/descriptor.h"
+#include "hostlib/data/datapackage/json_spans.h"
 
-namespace hostlib::formats {
+namespace hostlib::data {
 namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
-using data::DatasetError;
 
 constexpr std::string_view kPackageName = "datapackage.json";
-
-std::size_t LineOf(std::string_view text, std::size_t offset) {
-  offset = std::min(offset, text.size());
-  return 1 + static_cast<std::size_t>(
-                 std::count(text.begin(), text.begin() + static_cast<long>(offset), '\n'));
-}
-
-Json ParsePackage(const std::string& text, const std::string& file) {
-  try {
-    return Json::parse(text);
-  } catch (const Json::parse_error& error) {
-    throw DatasetError(file + ": line " +
-                       std::to_string(LineOf(text, error.byte == 0 ? 0 : error.byte - 1)) +
-                       ": not valid JSON");
-  }
-}
 
 std::string ResourcePointer(std::size_t index) { return "/resources/" + std::to_string(index); }
 
@@ -81,7 +64,7 @@ std::string LineIndent(std::string_view text, std::size_t at) {
 // `indent` starts; on one line when the schema is on one line.
 std::string RenderSets(const std::vector<VariableSet>& sets, bool pretty,
                        const std::string& indent) {
-  const Json rendered = data::RenderCodebookSets(sets);
+  const Json rendered = RenderCodebookSets(sets);
   if (!pretty) return rendered.dump();
   std::string text = rendered.dump(2);
   std::string out;
@@ -102,7 +85,7 @@ std::string SpliceSets(const std::string& text, std::size_t resourceIndex,
   if (!schema) throw DatasetError("the package no longer has the resource's schema");
   const std::string_view schemaText(text.data() + schema->begin, schema->end - schema->begin);
   const bool pretty = schemaText.find('\n') != std::string_view::npos;
-  if (const auto current = MemberSpan(text, *schema, data::kCodebookSetsKey)) {
+  if (const auto current = MemberSpan(text, *schema, kCodebookSetsKey)) {
     const std::string indent = LineIndent(text, current->begin);
     return text.substr(0, current->begin) + RenderSets(sets, pretty, indent) +
            text.substr(current->end);
@@ -117,28 +100,30 @@ std::string SpliceSets(const std::string& text, std::size_t resourceIndex,
   }
   const bool empty = last == schema->begin + 1;
   std::string indent = LineIndent(text, close) + "  ";
-  if (const auto fields = MemberSpan(text, *schema, data::kCodebookFieldsKey)) {
+  if (const auto fields = MemberSpan(text, *schema, kCodebookFieldsKey)) {
     const std::size_t keyStart = text.rfind('"', text.rfind(':', fields->begin) - 1);
     indent = LineIndent(text, text.rfind('"', keyStart - 1));
   }
   std::string member = std::string(empty ? "" : ",") + (pretty ? "\n" + indent : "") + "\"" +
-                       data::kCodebookSetsKey + "\": " + RenderSets(sets, pretty, indent);
+                       kCodebookSetsKey + "\": " + RenderSets(sets, pretty, indent);
   return text.substr(0, last) + member + text.substr(last);
 }
 
-DataPackageStore::DataPackageStore(fs::path path, std::string resource)
-    : path_(std::move(path)), resource_(std::move(resource)) {}
+DataPackageStore::DataPackageStore(fs::path path, std::string resource, files::Env& env)
+    : path_(std::move(path)), resource_(std::move(resource)), env_(env) {}
 
-data::Dataset DataPackageStore::Load() {
+DataPackageStore::~DataPackageStore() = default;
+
+Dataset DataPackageStore::Load() {
   const std::string file = path_.string();
   files::FileIdentity identity;
   std::string text;
   try {
-    text = files::ReadWholeFile(path_, &identity);
+    text = files::ReadWholeFile(path_, &identity, env_);
   } catch (const files::FileError& error) {
     throw DatasetError(error.what());
   }
-  Json package = ParsePackage(text, file);
+  Json package = ParseDescriptor(text, file);
   if (!package.is_object()) throw DatasetError(file + ": the top level must be a JSON object");
   const std::size_t index = ChooseResource(package, resource_, file);
   const std::string pointer = ResourcePointer(index);
@@ -151,8 +136,9 @@ data::Dataset DataPackageStore::Load() {
                        "/schema: kept in a separate file; only a schema written inside the "
                        "package can be opened");
   }
-  data::Dataset dataset = data::ReadCodebookDescriptor(*schema, file, pointer + "/schema");
-  schema_ = *schema;
+  DescriptorContents contents = ReadDescriptor(*schema, file, pointer + "/schema");
+  Dataset dataset(std::move(contents.variables), contents.sets);
+  schema_ = std::make_shared<Descriptor>(Descriptor{*schema});
   text_ = std::move(text);
   resourceIndex_ = index;
   storedSets_ = dataset.MultipleResponseSets();
@@ -161,11 +147,11 @@ data::Dataset DataPackageStore::Load() {
   return dataset;
 }
 
-bool DataPackageStore::WouldChange(const data::Dataset& dataset) const {
+bool DataPackageStore::WouldChange(const Dataset& dataset) const {
   return !loaded_ || dataset.MultipleResponseSets() != storedSets_;
 }
 
-void DataPackageStore::Save(const data::Dataset& dataset) {
+void DataPackageStore::Save(const Dataset& dataset) {
   if (!loaded_) {
     throw DatasetError(path_.string() + ": not saved: a data package is only changed, never made");
   }
@@ -176,28 +162,30 @@ void DataPackageStore::Save(const data::Dataset& dataset) {
     throw DatasetError(path_.string() + ": not saved: " + error.what());
   }
   try {
-    files::WriteFileAtomically(path_, text);
+    files::WriteFileAtomically(path_, text, env_);
   } catch (const files::FileError& error) {
     throw DatasetError(error.what());
   }
   if (!files::IdentifyFile(path_, identity_)) identity_ = {};
   text_ = std::move(text);
-  schema_[data::kCodebookSetsKey] = data::RenderCodebookSets(dataset.MultipleResponseSets());
+  auto schema = std::make_shared<Descriptor>(*schema_);
+  schema->json[kCodebookSetsKey] = RenderCodebookSets(dataset.MultipleResponseSets());
+  schema_ = std::move(schema);
   storedSets_ = dataset.MultipleResponseSets();
 }
 
-std::optional<data::Dataset> DataPackageStore::BeginCommand(std::chrono::milliseconds timeout) {
+std::optional<Dataset> DataPackageStore::BeginCommand(std::chrono::milliseconds timeout) {
   std::error_code ignored;
   fs::path target = fs::weakly_canonical(path_, ignored);
   if (ignored) target = path_;
   files::FileLock::Outcome outcome{};
   try {
-    outcome = lock_.Acquire(target.string() + ".lock", timeout);
+    outcome = lock_.Acquire(target.string() + ".lock", timeout, env_);
   } catch (const files::FileError& error) {
     throw DatasetError(path_.string() + ": " + error.what());
   }
   if (outcome == files::FileLock::Outcome::kTimedOut) {
-    throw DatasetError(data::LockTimeoutMessage(path_, timeout));
+    throw DatasetError(LockTimeoutMessage(path_, timeout));
   }
   files::FileIdentity now;
   if (loaded_ && files::IdentifyFile(path_, now) && now == identity_) return std::nullopt;
@@ -214,22 +202,31 @@ bool LooksLikeDataPackage(std::string_view text) {
   return resources != std::string_view::npos && text.find("\"fields\"") > resources;
 }
 
-std::unique_ptr<data::DatasetStore> OpenDataPackageStore(const fs::path& path) {
+DatasetContents DataPackageStore::Export() {
+  Dataset dataset = Load();
+  return {std::move(dataset), schema_};
+}
+
+void DataPackageStore::Create(const DatasetContents&) {
+  throw DatasetError(path_.string() + ": not made: a data package is only changed, never made");
+}
+
+std::unique_ptr<DatasetStore> OpenDataPackageStore(const fs::path& path, files::Env& env) {
   const std::string whole = path.string();
   std::error_code ignored;
   if (const std::size_t hash = whole.rfind('#');
       hash != std::string::npos && !fs::exists(path, ignored) &&
       fs::is_regular_file(whole.substr(0, hash), ignored)) {
-    return std::make_unique<DataPackageStore>(whole.substr(0, hash), whole.substr(hash + 1));
+    return std::make_unique<DataPackageStore>(whole.substr(0, hash), whole.substr(hash + 1), env);
   }
-  if (path.filename() == kPackageName) return std::make_unique<DataPackageStore>(path, "");
+  if (path.filename() == kPackageName) return std::make_unique<DataPackageStore>(path, "", env);
   if (path.extension() != ".json" || !fs::is_regular_file(path, ignored)) return nullptr;
   std::ifstream in(path, std::ios::binary);
   std::string head(4096, '\0');
   in.read(head.data(), static_cast<std::streamsize>(head.size()));
   head.resize(static_cast<std::size_t>(std::max<std::streamsize>(in.gcount(), 0)));
-  if (LooksLikeDataPackage(head)) return std::make_unique<DataPackageStore>(path, "");
+  if (LooksLikeDataPackage(head)) return std::make_unique<DataPackageStore>(path, "", env);
   return nullptr;
 }
 
-}  // namespace hostlib::formats
+}  // namespace hostlib::data
