@@ -141,9 +141,16 @@ void WriteOutput(const Input& input, const fs::path& out, OutputFormat format) {
     case OutputFormat::kDatabase:
       data::NewDatasetStore(out, data::DatasetFormat::kDatabase)->Create(input.contents);
       return;
-    case OutputFormat::kDdi:
-      CreateFile(out, RenderDdi(dataset, out.stem().string()));
+    case OutputFormat::kDdi: {
+      std::string text;
+      try {
+        text = RenderDdi(dataset, out.stem().string());
+      } catch (const DatasetError& error) {
+        throw DatasetError(out.string() + ": not written: " + error.what());
+      }
+      CreateFile(out, text);
       return;
+    }
     case OutputFormat::kSyntax: {
       std::string text;
       try {

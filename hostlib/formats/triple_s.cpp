@@ -12,6 +12,7 @@ namespace {
 using data::DatasetError;
 
 constexpr int kMaxStringWidth = 32767;
+constexpr std::size_t kMaxSubfields = 10000;
 
 class Reader {
  public:
@@ -36,6 +37,7 @@ class Reader {
     for (const pugi::xml_node& variable : xml::Children(record, "variable")) {
       ReadVariable(variable, result);
     }
+    result.dataset.ReplaceMultipleResponseSets(std::move(sets_));
     return result;
   }
 
@@ -93,7 +95,7 @@ class Reader {
     survey.columns.push_back(column);
   }
 
-  void ReadVariable(const pugi::xml_node& variable, TripleSSurvey& survey) const {
+  void ReadVariable(const pugi::xml_node& variable, TripleSSurvey& survey) {
     const std::string type = variable.attribute("type").as_string();
     const std::string ident = variable.attribute("ident").as_string();
     std::string name = xml::Text(xml::Child(variable, "name"));
@@ -129,10 +131,9 @@ class Reader {
   }
 
   void ReadMultiple(const pugi::xml_node& variable, TripleSSurvey& survey, const std::string& name,
-                    const std::string& label, std::size_t start, std::size_t width) const {
+                    const std::string& label, std::size_t start, std::size_t width) {
     const auto values = Values(variable);
     if (values.empty()) Fail(variable, "the multiple variable " + name + " lists no values");
-    std::vector<VariableSet> sets = survey.dataset.MultipleResponseSets();
     const pugi::xml_node spread = xml::Child(variable, "spread");
     if (!spread) {
       VariableSet set("$" + name, VariableSet::kMultipleDichotomySet);
@@ -148,12 +149,17 @@ class Reader {
       if (!survey.csvData && width < values.size()) {
         Fail(variable, "the bitstring of " + name + " is narrower than its list of values");
       }
-      sets.push_back(std::move(set));
+      sets_.push_back(std::move(set));
     } else {
       const std::size_t subfields = Number(spread, "subfields");
+      // Each subfield takes a character (fixed) or a field (CSV) at least, so
+      // the position bounds how many members the file can ask for.
+      if (subfields > width || subfields > kMaxSubfields) {
+        Fail(spread, "the subfields of " + name + " do not fit its position");
+      }
       const std::size_t subWidth =
           spread.attribute("width") ? Number(spread, "width") : width / subfields;
-      if (!survey.csvData && (subWidth == 0 || subWidth * subfields > width)) {
+      if (!survey.csvData && subWidth > width / subfields) {
         Fail(spread, "the subfields of " + name + " do not fit its position");
       }
       VariableSet set("$" + name, VariableSet::kMultipleCategorySet);
@@ -164,13 +170,13 @@ class Reader {
             {survey.csvData ? start + i : start + i * subWidth, subWidth, std::nullopt});
         set.AddVariableName(member);
       }
-      sets.push_back(std::move(set));
+      sets_.push_back(std::move(set));
     }
-    survey.dataset.ReplaceMultipleResponseSets(std::move(sets));
   }
 
   const std::string& text_;
   std::string file_;
+  std::vector<VariableSet> sets_;  // one per multiple variable, in order
 };
 
 std::string Trim(std::string_view text) {

@@ -171,6 +171,10 @@ TEST_F(ConvertTest, DataPackageResourceGetsTheSetsAndKeepsEveryOtherByte) {
   EXPECT_EQ(unnamed.exit, 2);
   EXPECT_NE(unnamed.output.find("several tabular resources (responses, other)"), std::string::npos)
       << unnamed.output;
+  const Result unknown = Mrset("-d datapackage.json#nope -e 'MRSET /DISPLAY NAME=ALL.'");
+  EXPECT_NE(unknown.output.find("datapackage.json: /resources: no resource is named \"nope\""),
+            std::string::npos)
+      << unknown.output;
   const Result deleted = Mrset("-d datapackage.json#responses -e 'MRSET /DELETE NAME=ALL.'");
   ASSERT_EQ(deleted.exit, 0) << deleted.output;
   ASSERT_EQ(Convert("datapackage.json#responses schema.json").exit, 0);
