@@ -61,11 +61,13 @@ std::optional<fs::path> FindTripleSData(const fs::path& in, const TripleSSurvey&
   return std::nullopt;
 }
 
-Input ReadTripleSInput(const fs::path& in, const std::string& text, const fs::path& out) {
+// The data travel only with a codebook or a database, whose "path" names them.
+Input ReadTripleSInput(const fs::path& in, const std::string& text, const fs::path& out,
+                       bool withData) {
   const TripleSSurvey survey = ReadTripleS(text, in.string());
   Input input;
   std::string dataPath;
-  if (const auto dataFile = FindTripleSData(in, survey)) {
+  if (const auto dataFile = withData ? FindTripleSData(in, survey) : std::nullopt) {
     fs::path csv = out;
     csv.replace_extension(".csv");
     input.extras.push_back(
@@ -101,7 +103,8 @@ std::string_view Trimmed(std::string_view text) {
 
 Input ReadStore(const fs::path& in) { return {data::OpenDatasetStore(in)->Export(), {}, {}}; }
 
-Input ReadInput(const fs::path& in, const fs::path& out, const ConvertOptions& options) {
+Input ReadInput(const fs::path& in, const fs::path& out, OutputFormat format,
+                const ConvertOptions& options) {
   if (data::OpenDataPackageStore(in)) return ReadStore(in);
   const std::string text = ReadText(in);
   if (data::SqliteStore::HasHeader(text)) return ReadStore(in);
@@ -111,7 +114,10 @@ Input ReadInput(const fs::path& in, const fs::path& out, const ConvertOptions& o
     pugi::xml_document document;
     xml::Parse(document, text, in.string());
     const std::string_view root = xml::LocalName(document.document_element());
-    if (root == "sss") return ReadTripleSInput(in, text, out);
+    if (root == "sss") {
+      return ReadTripleSInput(
+          in, text, out, format == OutputFormat::kCodebook || format == OutputFormat::kDatabase);
+    }
     if (root == "codeBook") {
       return {{ReadDdi(text, in.string()), nullptr}, {}, {}};
     }
@@ -189,7 +195,7 @@ std::vector<std::string> Convert(const fs::path& in, const fs::path& out, Output
   if (fs::exists(out, ignored) || fs::is_symlink(out, ignored)) {
     throw DatasetError(out.string() + ": already exists; not replaced");
   }
-  Input input = ReadInput(in, out, options);
+  Input input = ReadInput(in, out, format, options);
   for (const ExtraFile& extra : input.extras) {
     if (fs::exists(extra.path, ignored)) {
       throw DatasetError(extra.path.string() + ": already exists; not replaced");
