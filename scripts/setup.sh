@@ -7,6 +7,7 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   libutf8proc-dev nlohmann-json3-dev libcli11-dev libedit-dev libsqlite3-dev libsimdjson-dev
+  libpugixml-dev
   clang-format
   chromium tmux man-db
 )

@@ -8,6 +8,7 @@
 
 #include "hostlib/data/codebook/codebook_store.h"
 #include "hostlib/data/database/database_store.h"
+#include "hostlib/data/datapackage/datapackage_store.h"
 #include "hostlib/files/files.h"
 
 namespace hostlib::data {
@@ -56,6 +57,7 @@ std::unique_ptr<DatasetStore> NewDatasetStore(const fs::path& path, DatasetForma
 }
 
 std::unique_ptr<DatasetStore> OpenDatasetStore(const fs::path& path, files::Env& env) {
+  if (auto package = OpenDataPackageStore(path, env)) return package;
   switch (Sniff(path, env)) {
     case Content::kDatabase:
       return NewDatasetStore(path, DatasetFormat::kDatabase, env);

@@ -17,7 +17,8 @@ enum class DatasetFormat { kCodebook, kDatabase };
 std::optional<DatasetFormat> FormatFromName(const std::filesystem::path& path);
 
 // The store for a dataset file, chosen by what the file holds: an SQLite
-// database or a codebook file (JSON). A missing or empty file gets the store
+// database, a data package (datapackage.json[#RESOURCE]) or a codebook file
+// (JSON). A missing or empty file gets the store
 // its name suggests (.db, .sqlite, .sqlite3: the database), whose Load
 // reports it. Throws DatasetError, naming the file, for a file that is
 // neither.

@@ -113,11 +113,12 @@ namespace {
 // Reads a parsed descriptor; every fault names the file and a JSON pointer.
 class DescriptorReader {
  public:
-  explicit DescriptorReader(std::string file) : file_(std::move(file)) {}
+  explicit DescriptorReader(std::string file, std::string pointer = {})
+      : file_(std::move(file)), pointer_(std::move(pointer)) {}
 
   std::vector<VORN_Variable> ReadFields(const Json& document) const {
     const auto fields = document.find(kFieldsKey);
-    const std::string place = "/" + kFieldsKey;
+    const std::string place = pointer_ + "/" + kFieldsKey;
     if (fields == document.end()) {
       Fail(place, "is missing");
     }
@@ -143,7 +144,7 @@ class DescriptorReader {
     if (sets == document.end()) {
       return {};
     }
-    const std::string place = "/" + kSetsKey;
+    const std::string place = pointer_ + "/" + kSetsKey;
     if (!sets->is_array()) {
       Fail(place, "must be an array");
     }
@@ -376,6 +377,7 @@ class DescriptorReader {
   }
 
   std::string file_;
+  std::string pointer_;  // where the descriptor stands in the file
 };
 
 // ---- writing -------------------------------------------------------------
@@ -463,11 +465,13 @@ Json RenderCodebookSets(const std::vector<VariableSet>& sets) {
   return out;
 }
 
-DescriptorContents ReadDescriptor(const Json& document, const std::string& file) {
+DescriptorContents ReadDescriptor(const Json& document, const std::string& file,
+                                  const std::string& pointer) {
   if (!document.is_object()) {
-    throw DatasetError(file + ": the top level must be a JSON object");
+    throw DatasetError(file + ": " + (pointer.empty() ? "the top level" : pointer) +
+                       " must be a JSON object");
   }
-  const DescriptorReader reader(file);
+  const DescriptorReader reader(file, pointer);
   DescriptorContents contents;
   contents.variables = reader.ReadFields(document);
   contents.sets = reader.ReadSets(document);

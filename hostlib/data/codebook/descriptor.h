@@ -33,7 +33,10 @@ struct DescriptorContents {
   std::vector<VariableSet> sets;
 };
 // What the host interprets of a parsed descriptor; throws DatasetError.
-DescriptorContents ReadDescriptor(const nlohmann::ordered_json& document, const std::string& file);
+// `pointer` is where the descriptor stands in a larger document (a data
+// package's resource); messages name places from it.
+DescriptorContents ReadDescriptor(const nlohmann::ordered_json& document, const std::string& file,
+                                  const std::string& pointer = {});
 
 // A field and a set list as a new codebook file writes them.
 nlohmann::ordered_json RenderCodebookField(const VORN_Variable& variable);

@@ -1,0 +1,300 @@
+#include "hostlib/formats/ddi.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <map>
+#include <optional>
+#include <set>
+#include <unordered_map>
+
+#include "hostlib/formats/xml.h"
+
+namespace hostlib::formats {
+namespace {
+
+using data::DatasetError;
+
+constexpr int kDefaultStringWidth = 255;
+constexpr int kMaxStringWidth = 32767;
+constexpr std::string_view kCountedValueNote = "countedValue";
+constexpr std::string_view kCategoryLabelsNote = "categoryLabels";
+constexpr std::string_view kLabelSourceNote = "labelSource";
+
+std::optional<double> AsNumber(std::string_view text) {
+  double value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (text.empty() || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+std::string RenderNumber(double value) {
+  char buffer[40];
+  if (std::trunc(value) == value && std::fabs(value) < 1e15) {
+    std::snprintf(buffer, sizeof buffer, "%.0f", value);
+  } else {
+    std::snprintf(buffer, sizeof buffer, "%.17g", value);
+  }
+  return buffer;
+}
+
+class Reader {
+ public:
+  Reader(const std::string& text, std::string file) : text_(text), file_(std::move(file)) {}
+
+  data::Dataset Read() {
+    pugi::xml_document document;
+    xml::Parse(document, text_, file_);
+    const pugi::xml_node root = document.document_element();
+    if (xml::LocalName(root) != "codeBook") Fail(root, "the root element is not <codeBook>");
+    data::Dataset dataset;
+    std::vector<pugi::xml_node> groups;
+    for (const pugi::xml_node& dataDscr : xml::Children(root, "dataDscr")) {
+      for (const pugi::xml_node& var : xml::Children(dataDscr, "var")) ReadVar(var, dataset);
+      for (const pugi::xml_node& group : xml::Children(dataDscr, "varGrp")) {
+        if (std::string_view(group.attribute("type").as_string()) == "multipleResp") {
+          groups.push_back(group);
+        }
+      }
+    }
+    std::vector<VariableSet> sets;
+    std::set<std::string> setNames;
+    for (const pugi::xml_node& group : groups) {
+      sets.push_back(ReadGroup(group, dataset));
+      if (!setNames.insert(data::FoldName(sets.back().GetName(kAsStored))).second) {
+        Fail(group, "a second set named " + sets.back().GetName(kAsStored));
+      }
+    }
+    dataset.ReplaceMultipleResponseSets(std::move(sets));
+    return dataset;
+  }
+
+ private:
+  [[noreturn]] void Fail(const pugi::xml_node& node, const std::string& fault) const {
+    throw DatasetError(file_ + ": " + xml::Place(node, text_) + ": " + fault);
+  }
+
+  void ReadVar(const pugi::xml_node& var, data::Dataset& dataset) {
+    const std::string name = var.attribute("name").as_string();
+    if (name.empty()) Fail(var, "a <var> has no name");
+    const pugi::xml_node format = xml::Child(var, "varFormat");
+    const std::string type = format.attribute("type").as_string("numeric");
+    if (type != "numeric" && type != "character") {
+      Fail(format, "unknown varFormat type \"" + type + "\"");
+    }
+    const bool isString = type == "character";
+    VORN_ValueLabels labels;
+    std::set<double> numericValues;
+    int width = 0;
+    for (const pugi::xml_node& category : xml::Children(var, "catgry")) {
+      const std::string value = xml::Text(xml::Child(category, "catValu"));
+      const pugi::xml_node label = xml::Child(category, "labl");
+      if (isString) {
+        width = std::max(width, static_cast<int>(value.size()));
+        if (label) labels.text.emplace(value, xml::Text(label));
+        continue;
+      }
+      const auto number = AsNumber(value);
+      if (!number)
+        Fail(category, "the category value \"" + value + "\" of " + name + " is not a number");
+      numericValues.insert(*number);
+      if (label) labels.numeric.emplace(*number, xml::Text(label));
+    }
+    if (isString) {
+      if (const pugi::xml_node location = xml::Child(var, "location");
+          location && location.attribute("width")) {
+        width = location.attribute("width").as_int(0);
+        if (width < 1 || width > kMaxStringWidth)
+          Fail(location, "the width must be from 1 to 32767");
+      } else if (width == 0) {
+        width = kDefaultStringWidth;
+      }
+    }
+    try {
+      dataset.AddVariable(VORN_Variable(name, isString ? width : 0,
+                                        xml::Text(xml::Child(var, "labl")), std::move(labels)));
+    } catch (const DatasetError& error) {
+      Fail(var, error.what());
+    }
+    if (const std::string id = var.attribute("ID").as_string(); !id.empty()) nameById_[id] = name;
+    categoryValues_[data::FoldName(name)] = std::move(numericValues);
+  }
+
+  std::string Note(const pugi::xml_node& group, std::string_view type) const {
+    for (const pugi::xml_node& note : xml::Children(group, "notes")) {
+      if (type == note.attribute("type").as_string()) return xml::Text(note);
+    }
+    return {};
+  }
+
+  bool HasNote(const pugi::xml_node& group, std::string_view type) const {
+    for (const pugi::xml_node& note : xml::Children(group, "notes")) {
+      if (type == note.attribute("type").as_string()) return true;
+    }
+    return false;
+  }
+
+  // Members coded 0 and 1 only: checked boxes.
+  bool LooksLikeCheckedBoxes(const std::vector<std::string>& members) const {
+    bool any = false;
+    for (const std::string& member : members) {
+      const auto found = categoryValues_.find(data::FoldName(member));
+      if (found == categoryValues_.end()) return false;
+      for (const double v : found->second) {
+        if (v != 0 && v != 1) return false;
+        any = true;
+      }
+    }
+    return any;
+  }
+
+  VariableSet ReadGroup(const pugi::xml_node& group, const data::Dataset& dataset) const {
+    std::string name = group.attribute("name").as_string();
+    if (name.empty()) name = group.attribute("ID").as_string();
+    if (name.empty()) Fail(group, "a multipleResp <varGrp> has neither name nor ID");
+    if (name.front() != '$') name = "$" + name;
+    std::vector<std::string> members;
+    const std::string refs = group.attribute("var").as_string();
+    for (std::size_t at = 0; at < refs.size();) {
+      const std::size_t end = std::min(refs.find_first_of(" \t\r\n", at), refs.size());
+      if (end > at) {
+        const std::string ref = refs.substr(at, end - at);
+        const auto byId = nameById_.find(ref);
+        if (byId != nameById_.end()) {
+          members.push_back(byId->second);
+        } else if (dataset.FindVarIndex(ref) >= 0) {
+          members.push_back(dataset.Variable(dataset.FindVarIndex(ref)).GetName());
+        } else {
+          Fail(group, "the group " + name + " refers to " + ref + ", which is no <var>");
+        }
+      }
+      at = end + 1;
+    }
+    const bool counted = HasNote(group, kCountedValueNote);
+    const bool dichotomies = counted || LooksLikeCheckedBoxes(members);
+    VariableSet set(
+        name, dichotomies ? VariableSet::kMultipleDichotomySet : VariableSet::kMultipleCategorySet);
+    set.SetLabel(xml::Text(xml::Child(group, "labl")));
+    if (dichotomies) {
+      set.SetValue(counted ? Note(group, kCountedValueNote) : "1");
+      set.UseVariableCategoryLabels(Note(group, kCategoryLabelsNote) == "countedValues");
+      set.LabelSetByVariable(Note(group, kLabelSourceNote) == "variableLabel");
+    }
+    for (const std::string& member : members) set.AddVariableName(member);
+    return set;
+  }
+
+  const std::string& text_;
+  std::string file_;
+  std::unordered_map<std::string, std::string> nameById_;
+  std::unordered_map<std::string, std::set<double>> categoryValues_;
+};
+
+std::string VarId(int index) { return "V" + std::to_string(index + 1); }
+
+// The counted values that each member must list as a category.
+std::map<int, std::set<std::string>> CountedValuesByMember(const data::Dataset& dataset) {
+  std::map<int, std::set<std::string>> counted;
+  for (const VariableSet& set : dataset.MultipleResponseSets()) {
+    if (set.GetType() != VariableSet::kMultipleDichotomySet) continue;
+    for (const std::string& member : set.GetVariableNames(kAsStored)) {
+      const int index = dataset.FindVarIndex(member);
+      if (index >= 0) counted[index].insert(set.GetValue());
+    }
+  }
+  return counted;
+}
+
+void RenderCategory(std::string& out, const std::string& value, const std::string* label) {
+  out += "      <catgry>\n        <catValu>" + xml::Escape(value) + "</catValu>\n";
+  if (label != nullptr) out += "        <labl>" + xml::Escape(*label) + "</labl>\n";
+  out += "      </catgry>\n";
+}
+
+void RenderVar(std::string& out, const VORN_Variable& variable, int index,
+               const std::set<std::string>& counted) {
+  const bool isString = variable.GetType() > 0;
+  out += "    <var ID=\"" + VarId(index) + "\" name=\"" + xml::Escape(variable.GetName()) + "\">\n";
+  if (isString) out += "      <location width=\"" + std::to_string(variable.GetType()) + "\"/>\n";
+  if (variable.GetLabel() != nullptr) {
+    out += "      <labl>" + xml::Escape(variable.GetLabel()) + "</labl>\n";
+  }
+  const VORN_ValueLabels& labels = variable.GetValueLabels().Labels();
+  std::set<std::string> listed;
+  if (isString) {
+    for (const auto& [value, label] : labels.text) {
+      RenderCategory(out, value, &label);
+      listed.insert(value);
+    }
+  } else {
+    for (const auto& [value, label] : labels.numeric) {
+      RenderCategory(out, RenderNumber(value), &label);
+      listed.insert(RenderNumber(value));
+    }
+  }
+  for (const std::string& value : counted) {
+    const auto number = AsNumber(value);
+    const std::string shown = !isString && number ? RenderNumber(*number) : value;
+    if (!isString && !number) continue;  // a numeric member cannot hold it
+    if (listed.insert(shown).second) RenderCategory(out, shown, nullptr);
+  }
+  out += std::string("      <varFormat type=\"") + (isString ? "character" : "numeric") + "\"/>\n";
+  out += "    </var>\n";
+}
+
+void RenderGroup(std::string& out, const data::Dataset& dataset, const VariableSet& set,
+                 int index) {
+  std::string refs;
+  for (const std::string& member : set.GetVariableNames(kAsStored)) {
+    const int var = dataset.FindVarIndex(member);
+    if (var < 0) {
+      throw DatasetError("set " + set.GetName(kAsStored) + ": the member " + member +
+                         " is not in the dictionary");
+    }
+    refs += (refs.empty() ? "" : " ") + VarId(var);
+  }
+  out += "    <varGrp ID=\"G" + std::to_string(index + 1) + "\" type=\"multipleResp\" name=\"" +
+         xml::Escape(set.GetName(kAsStored)) + "\" var=\"" + refs + "\">\n";
+  if (!set.GetLabel().empty()) out += "      <labl>" + xml::Escape(set.GetLabel()) + "</labl>\n";
+  if (set.GetType() == VariableSet::kMultipleDichotomySet) {
+    out += "      <notes type=\"countedValue\">" + xml::Escape(set.GetValue()) + "</notes>\n";
+    out += std::string("      <notes type=\"categoryLabels\">") +
+           (set.qUseVariableCategoryLabels() ? "countedValues" : "variableLabels") + "</notes>\n";
+    if (set.qLabelSetByVariable())
+      out += "      <notes type=\"labelSource\">variableLabel</notes>\n";
+  }
+  out += "    </varGrp>\n";
+}
+
+}  // namespace
+
+data::Dataset ReadDdi(const std::string& text, const std::string& file) {
+  return Reader(text, file).Read();
+}
+
+bool IsDdi(const std::string& text) {
+  pugi::xml_document document;
+  if (!document.load_buffer(text.data(), text.size())) return false;
+  return xml::LocalName(document.document_element()) == "codeBook";
+}
+
+std::string RenderDdi(const data::Dataset& dataset, const std::string& title) {
+  std::string out =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+      "<codeBook xmlns=\"ddi:codebook:2_5\" version=\"2.5\">\n"
+      "  <stdyDscr>\n    <citation>\n      <titlStmt>\n        <titl>" +
+      xml::Escape(title) +
+      "</titl>\n      </titlStmt>\n    </citation>\n  </stdyDscr>\n  <dataDscr>\n";
+  const auto& sets = dataset.MultipleResponseSets();
+  for (std::size_t i = 0; i < sets.size(); ++i)
+    RenderGroup(out, dataset, sets[i], static_cast<int>(i));
+  const auto counted = CountedValuesByMember(dataset);
+  static const std::set<std::string> kNone;
+  for (int i = 0; i < static_cast<int>(dataset.ColumnCount()); ++i) {
+    const auto found = counted.find(i);
+    RenderVar(out, dataset.Variable(i), i, found == counted.end() ? kNone : found->second);
+  }
+  return out + "  </dataDscr>\n</codeBook>\n";
+}
+
+}  // namespace hostlib::formats

@@ -1,0 +1,91 @@
+#include <gtest/gtest.h>
+
+#include "hostlib/formats/csv.h"
+#include "hostlib/formats/csv_inference.h"
+#include "hostlib/formats/syntax_out.h"
+#include "hostlib/formats/triple_s.h"
+
+namespace hostlib::formats {
+namespace {
+
+TEST(CsvTest, ReadsQuotesLineBreaksAndBlankLines) {
+  const CsvTable table = ParseCsv(
+      "\xEF\xBB\xBF"
+      "a,b\r\n\"x,\"\"y\"\"\",\"two\nlines\"\r\n\r\n,\n",
+      "t.csv");
+  EXPECT_EQ(table.header, (std::vector<std::string>{"a", "b"}));
+  ASSERT_EQ(table.rows.size(), 2u);
+  EXPECT_EQ(table.rows[0], (std::vector<std::string>{"x,\"y\"", "two\nlines"}));
+  EXPECT_EQ(table.rows[1], (std::vector<std::string>{"", ""}));
+  EXPECT_EQ(RenderCsvRecord(table.rows[0]), "\"x,\"\"y\"\"\",\"two\nlines\"\r\n");
+}
+
+TEST(CsvTest, RefusesWhatIsNotCsv) {
+  const struct {
+    const char* text;
+    const char* message;
+  } cases[] = {
+      {"a,b\n\"x\"y,1\n", "t.csv: line 2: text after the closing quote of a field"},
+      {"a\n1,2\n", "t.csv: line 2: has 2 fields; the header has 1"},
+      {"", "t.csv: no header line"},
+  };
+  for (const auto& c : cases) {
+    try {
+      ParseCsv(c.text, "t.csv");
+      ADD_FAILURE() << c.text;
+    } catch (const data::DatasetError& error) {
+      EXPECT_STREQ(error.what(), c.message);
+    }
+  }
+}
+
+TEST(CsvInferenceTest, ProposesOnlyRunsThatAreQuestions) {
+  const CsvTable table = ParseCsv(
+      "q1_1,q1_3,q2/a b,q2/c,q3_1,q3_2,9 lives,x_1,x_2\n"
+      "1,0,X,,a,b,1,1,apple\n"
+      "0,1,,X,c,,2,0,pear\n",
+      "t.csv");
+  const InferredDictionary inferred = InferDictionary(table, "t.csv");
+  const auto& dataset = inferred.contents.dataset;
+  EXPECT_EQ(dataset.Variable(2).GetName(), std::string("q2_a_b"));
+  EXPECT_EQ(dataset.Variable(6).GetName(), std::string("v9_lives"));
+  EXPECT_EQ(dataset.Variable(4).GetType(), 1);
+  ASSERT_EQ(inferred.proposedSets.size(), 2u);  // q1 has a gap; x mixes types
+  EXPECT_EQ(inferred.proposedSets[0].GetValue(), "X");
+  EXPECT_EQ(inferred.proposedSets[1].GetType(), VariableSet::kMultipleCategorySet);
+  const std::string proposal = RenderProposal(inferred, "t.csv");
+  EXPECT_NE(proposal.find("VARIABLES=q2_a_b q2_c\n  VALUE='X'"), std::string::npos) << proposal;
+  EXPECT_NE(
+      proposal.find("* Not proposed: x_1..: the columns hold no common mark or codes of one type."),
+      std::string::npos)
+      << proposal;
+}
+
+TEST(SyntaxOutTest, RefusesSetsThatCommandsCannotSpell) {
+  data::Dataset dataset({VORN_Variable("a", 0), VORN_Variable("TO", 0), VORN_Variable("b", 0)});
+  VariableSet lineBreak("$s", VariableSet::kMultipleCategorySet);
+  lineBreak.SetLabel("two\nlines");
+  VariableSet keyword("$t", VariableSet::kMultipleCategorySet);
+  keyword.AddVariableName("a");
+  keyword.AddVariableName("TO");
+  for (const VariableSet& set : {lineBreak, keyword}) {
+    EXPECT_THROW(RenderSetCommands(dataset, {set}), data::DatasetError) << set.GetName(kAsStored);
+  }
+  EXPECT_EQ(QuoteForSyntax("it's"), "'it''s'");
+}
+
+TEST(TripleSTest, ReadsCsvDataByFieldAfterTheSkippedLines) {
+  const TripleSSurvey survey = ReadTripleS(
+      R"(<sss version="3.0"><survey><record ident="A" format="csv" skip="1">
+      <variable ident="1" type="multiple"><name>m</name><position start="1" finish="2"/>
+        <values><value code="1">A</value><value code="2">B</value></values></variable>
+      <variable ident="2" type="character"><name>t</name><position start="3"/><size>4</size></variable>
+      </record></survey></sss>)",
+      "s.sss");
+  ASSERT_EQ(survey.dataset.MultipleResponseSets().size(), 1u);
+  EXPECT_EQ(ConvertTripleSData(survey, "m1,m2,t\n1,0,ab\n0,1,\"c,d\"\n", "s.csv"),
+            "m_1,m_2,t\r\n1,0,ab\r\n0,1,\"c,d\"\r\n");
+}
+
+}  // namespace
+}  // namespace hostlib::formats

@@ -1,0 +1,232 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+struct Result {
+  std::string output;
+  int exit = -1;
+};
+
+std::string Quote(const std::string& text) {
+  std::string quoted = "'";
+  for (const char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
+}
+
+Result RunShell(const std::string& commandLine) {
+  Result result;
+  FILE* pipe = popen((commandLine + " 2>&1").c_str(), "r");
+  char buffer[4096];
+  std::size_t count = 0;
+  while ((count = fread(buffer, 1, sizeof buffer, pipe)) > 0) result.output.append(buffer, count);
+  const int status = pclose(pipe);
+  result.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return result;
+}
+
+std::string ReadFile(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+void WriteFile(const fs::path& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+Json Sets(const fs::path& codebook) {
+  return Json::parse(ReadFile(codebook)).value("multipleResponseSets", Json::array());
+}
+
+class ConvertTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() /
+           ("mrset-convert-" + std::to_string(::getpid()) + "-" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+    for (const auto& entry : fs::directory_iterator(FIXTURES)) {
+      fs::copy_file(entry.path(), dir_ / entry.path().filename());
+    }
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+
+  Result Convert(const std::string& arguments) {
+    return RunShell("cd " + Quote(dir_.string()) + " && " + Quote(MRSET_CONVERT) + " " + arguments);
+  }
+  Result Mrset(const std::string& arguments) {
+    return RunShell("cd " + Quote(dir_.string()) + " && " + Quote(MRSET_PROGRAM) + " " + arguments);
+  }
+  fs::path dir_;
+};
+
+TEST_F(ConvertTest, DdiExportThenImportGivesTheSameSetsAndDictionary) {
+  ASSERT_EQ(Convert("survey.json out.xml").exit, 0);
+  const Result back = Convert("out.xml back.json");
+  ASSERT_EQ(back.exit, 0) << back.output;
+  EXPECT_EQ(Sets(dir_ / "back.json"), Sets(dir_ / "survey.json"));
+  const Json fields = Json::parse(ReadFile(dir_ / "back.json"))["fields"];
+  EXPECT_EQ(fields[2].value("categories", Json()), Json()) << "the counted value adds no label";
+  EXPECT_EQ(fields[5]["constraints"]["maxLength"], 3);
+  EXPECT_EQ(fields[5]["title"], "Said it's \"fine\"");
+  const std::string xml = ReadFile(dir_ / "out.xml");
+  EXPECT_LT(xml.find("<varGrp"), xml.find("<var "));
+}
+
+TEST_F(ConvertTest, SyntaxRunOnTheDictionaryWithoutSetsGivesTheSameSets) {
+  ASSERT_EQ(Convert("survey.json sets.mrs").exit, 0);
+  Json bare = Json::parse(ReadFile(dir_ / "survey.json"));
+  bare.erase("multipleResponseSets");
+  WriteFile(dir_ / "bare.json", bare.dump(1));
+  const Result run = Mrset("-d bare.json sets.mrs");
+  ASSERT_EQ(run.exit, 0) << run.output << ReadFile(dir_ / "sets.mrs");
+  EXPECT_EQ(Sets(dir_ / "bare.json"), Sets(dir_ / "survey.json"));
+}
+
+TEST_F(ConvertTest, PlatformCsvYieldsCommandsThatDefineBothQuestions) {
+  const Result made = Convert("platform.csv survey-out.json --sets found.mrs");
+  ASSERT_EQ(made.exit, 0) << made.output;
+  EXPECT_EQ(Sets(dir_ / "survey-out.json"), Json::array()) << "nothing defined unasked";
+  const Json codebook = Json::parse(ReadFile(dir_ / "survey-out.json"));
+  EXPECT_EQ(codebook["path"], "platform.csv");
+  EXPECT_EQ(codebook["fields"][2]["type"], "string");
+  EXPECT_EQ(codebook["fields"][11]["constraints"]["maxLength"], 12);
+  EXPECT_EQ(codebook["fields"][6]["name"], "q7_apple");
+  const Result run = Mrset("-d survey-out.json found.mrs");
+  ASSERT_EQ(run.exit, 0) << run.output << ReadFile(dir_ / "found.mrs");
+  const Json sets = Sets(dir_ / "survey-out.json");
+  ASSERT_EQ(sets.size(), 3u) << sets.dump(1);
+  EXPECT_EQ(sets[0]["name"], "$q5");
+  EXPECT_EQ(sets[0]["countedValue"], "1");
+  EXPECT_EQ(sets[0]["variables"], Json({"q5_1", "q5_2", "q5_3"}));
+  EXPECT_EQ(sets[1]["name"], "$q7");
+  EXPECT_EQ(sets[1]["variables"], Json({"q7_apple", "q7_pear", "q7_plum"}));
+  EXPECT_EQ(sets[2]["type"], "categories");
+}
+
+TEST_F(ConvertTest, TripleSBitstringAndSpreadBecomeSetsAndTheDataACsv) {
+  const Result made = Convert("study.sss study.json");
+  ASSERT_EQ(made.exit, 0) << made.output;
+  const Json codebook = Json::parse(ReadFile(dir_ / "study.json"));
+  EXPECT_EQ(codebook["path"], "study.csv");
+  const Json sets = codebook["multipleResponseSets"];
+  ASSERT_EQ(sets.size(), 2u);
+  EXPECT_EQ(sets[0]["type"], "dichotomies");
+  EXPECT_EQ(sets[0]["label"], "Media used");
+  EXPECT_EQ(sets[0]["variables"], Json({"media_1", "media_2", "media_3"}));
+  EXPECT_EQ(sets[1]["type"], "categories");
+  EXPECT_EQ(sets[1]["variables"], Json({"brands_1", "brands_2"}));
+  EXPECT_EQ(codebook["fields"][1]["title"], "Press");
+  EXPECT_EQ(codebook["fields"][7]["constraints"]["maxLength"], 6);
+  EXPECT_EQ(codebook["fields"][7]["title"], "Town");
+  EXPECT_EQ(ReadFile(dir_ / "study.csv"),
+            "gender,media_1,media_2,media_3,brands_1,brands_2,age,town,member\r\n"
+            "1,1,0,1,1,12,34,Leeds,1\r\n"
+            "2,0,1,0,12,00,19,York,0\r\n");
+}
+
+TEST_F(ConvertTest, DdiImportTakesGroupsAndTellsDichotomiesFromCodes) {
+  const Result made = Convert("archive.xml archive.json");
+  ASSERT_EQ(made.exit, 0) << made.output;
+  const Json codebook = Json::parse(ReadFile(dir_ / "archive.json"));
+  const Json sets = codebook["multipleResponseSets"];
+  ASSERT_EQ(sets.size(), 2u);
+  EXPECT_EQ(sets[0]["name"], "$news");
+  EXPECT_EQ(sets[0]["type"], "dichotomies");
+  EXPECT_EQ(sets[0]["countedValue"], "1");
+  EXPECT_EQ(sets[1]["name"], "$VG2");
+  EXPECT_EQ(sets[1]["type"], "categories");
+  EXPECT_EQ(sets[1]["variables"], Json({"issue1", "issue2"}));
+  EXPECT_EQ(codebook["fields"][4]["constraints"]["maxLength"], 12);
+}
+
+TEST_F(ConvertTest, DataPackageResourceGetsTheSetsAndKeepsEveryOtherByte) {
+  const std::string before = ReadFile(dir_ / "datapackage.json");
+  const Result run = Mrset(
+      "-d datapackage.json#responses -e 'MRSET /MCGROUP NAME=$a LABEL=\"A\" VARIABLES=a1 a2.'");
+  ASSERT_EQ(run.exit, 0) << run.output;
+  const std::string after = ReadFile(dir_ / "datapackage.json");
+  const Json package = Json::parse(after);
+  EXPECT_EQ(package["resources"][1]["schema"]["multipleResponseSets"][0]["name"], "$a");
+  const std::string kept = "\"primaryKey\":   \"a1\"";
+  const std::size_t cut = after.find(kept) + kept.size();
+  EXPECT_EQ(after.substr(0, cut), before.substr(0, before.find(kept) + kept.size()));
+  EXPECT_EQ(after.substr(after.find("\n      }\n    },\n    {\n      \"name\": \"other\"")),
+            before.substr(before.find("\n      }\n    },\n    {\n      \"name\": \"other\"")));
+  // Several tabular resources and no name: refused, saying which there are.
+  const Result unnamed = Mrset("-d datapackage.json -e 'MRSET /DISPLAY NAME=ALL.'");
+  EXPECT_EQ(unnamed.exit, 2);
+  EXPECT_NE(unnamed.output.find("several tabular resources (responses, other)"), std::string::npos)
+      << unnamed.output;
+  const Result unknown = Mrset("-d datapackage.json#nope -e 'MRSET /DISPLAY NAME=ALL.'");
+  EXPECT_NE(unknown.output.find("datapackage.json: /resources: no resource is named \"nope\""),
+            std::string::npos)
+      << unknown.output;
+  const Result deleted = Mrset("-d datapackage.json#responses -e 'MRSET /DELETE NAME=ALL.'");
+  ASSERT_EQ(deleted.exit, 0) << deleted.output;
+  ASSERT_EQ(Convert("datapackage.json#responses schema.json").exit, 0);
+  EXPECT_EQ(Json::parse(ReadFile(dir_ / "schema.json"))["primaryKey"], "a1");
+}
+
+TEST_F(ConvertTest, BadFilesAreRefusedWithPlaceAndFaultAndNothingIsWritten) {
+  const struct {
+    const char* name;
+    const char* contents;
+    const char* message;
+  } cases[] = {
+      {"broken.xml", "<codeBook>\n<dataDscr>\n</codeBook>",
+       "broken.xml: line 3: not well-formed XML"},
+      {"other.xml", "<html/>", "root is <html>"},
+      {"novar.xml",
+       "<codeBook><dataDscr>\n<varGrp type=\"multipleResp\" name=\"$g\" "
+       "var=\"x\"/>\n</dataDscr></codeBook>",
+       "novar.xml: line 2: the group $g refers to x, which is no <var>"},
+      {"badcode.xml",
+       "<codeBook><dataDscr>\n<var name=\"a\"><catgry><catValu>x</catValu></catgry></var>"
+       "</dataDscr></codeBook>",
+       "badcode.xml: line 2: the category value \"x\" of a is not a number"},
+      {"twice.xml",
+       "<codeBook><dataDscr><var name=\"a\"/>\n<var name=\"A\"/></dataDscr></codeBook>",
+       "twice.xml: line 2:"},
+      {"type.sss",
+       "<sss><survey><record ident=\"A\">\n<variable ident=\"1\" type=\"odd\"><name>x</name>"
+       "<position start=\"1\"/></variable></record></survey></sss>",
+       "type.sss: line 2: unknown variable type \"odd\""},
+      {"pos.sss",
+       "<sss><survey><record ident=\"A\"><variable ident=\"1\" type=\"single\"><name>x</name>\n"
+       "<position start=\"0\"/></variable></record></survey></sss>",
+       "pos.sss: line 2: the start of <position> must be a whole number from 1 up"},
+      {"ragged.csv", "a,b\n1,2\n3\n", "ragged.csv: line 3: has 1 fields; the header has 2"},
+      {"quote.csv", "a,b\n1,\"2\n", "quote.csv: line 2: a quoted field is not closed"},
+  };
+  for (const auto& c : cases) {
+    WriteFile(dir_ / c.name, c.contents);
+    const Result result = Convert(std::string(c.name) + " out.json --sets out.mrs");
+    EXPECT_EQ(result.exit, 1) << c.name;
+    EXPECT_NE(result.output.find(c.message), std::string::npos) << c.name << ": " << result.output;
+    EXPECT_FALSE(fs::exists(dir_ / "out.json")) << c.name;
+    EXPECT_FALSE(fs::exists(dir_ / "out.mrs")) << c.name;
+  }
+}
+
+TEST_F(ConvertTest, ToOverridesTheNameAndAnUnknownFormatIsUsage) {
+  EXPECT_EQ(Convert("survey.json sets.txt --to syntax").exit, 0);
+  EXPECT_NE(ReadFile(dir_ / "sets.txt").find("MRSET /MDGROUP NAME=$likes"), std::string::npos);
+  EXPECT_EQ(Convert("survey.json x.txt").exit, 2);
+  EXPECT_EQ(Convert("survey.json x.txt --to pdf").exit, 2);
+}
+
+}  // namespace
