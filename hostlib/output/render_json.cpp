@@ -42,7 +42,11 @@ Json ToJson(const Table& table, const Document& document) {
       const Cell* cell = grid.cells[r][c];
       if (cell == nullptr) continue;
       const std::string column = columns[c].get<std::string>();
-      if (cell->hasText) cells[column] = ComposeText(cell->text);
+      if (cell->hasText && cell->text.numeric) {
+        cells[column] = cell->text.number;
+      } else if (cell->hasText) {
+        cells[column] = ComposeText(cell->text);
+      }
       Json texts = Json::array();
       for (int handle : cell->notes) {
         if (document.IsRegistered(handle))
