@@ -83,7 +83,7 @@ std::string CategoryLabel(const MrfreqItem& item, const MrfreqClassifier& classi
 }
 
 std::string ItemTitle(const MrfreqItem& item) {
-  return item.label.empty() ? item.name : item.name + " " + item.label;
+  return item.label.empty() ? item.name : item.label;
 }
 
 BpComposite TableTitle(const MrfreqTable& table) {
@@ -116,12 +116,10 @@ class TableWriter {
       columns.push_back(statistics.Category(BpString(name, true)));
     }
     BpDimension rows = table.Dimension(BpString("Table", true), 2);
-    const BpAnnotation weightNote(
-        BpCellText::Replicate(BpString(std::to_string(unusableWeights) +
-                                           " cases with a missing, zero or negative weight were "
-                                           "left out.",
-                                       true)),
-        -1, false);
+    BpComposite weightText("Cases left out for a missing, zero or negative weight: ^1", true);
+    weightText.Add(BpString(std::to_string(unusableWeights), true));
+    weightText.Finish();
+    const BpAnnotation weightNote(BpCellText::Replicate(weightText), -1, false);
     for (const TableState& state : states) {
       BpCategory row = rows.Category(TableTitle(*state.table));
       const MrfreqCounts& counts = state.counts;

@@ -229,6 +229,7 @@ void ReportMrfreqError(const char* text, const std::string& first, const std::st
 bool ParseMrfreq(TokenSequenceBase& tokens, const VORN_DataSource& dataSource,
                  MrfreqRequest& request) {
   std::set<std::string> seen;
+  tokens.Next();  // the command word
   tokens.Next();
   while (!IsEnd(tokens)) {
     if (IsDelimiter(tokens, Tokens::kSlash)) tokens.Next();

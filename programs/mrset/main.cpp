@@ -13,10 +13,12 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "hostlib/cases/case_source.h"
 #include "hostlib/data/dataset.h"
 #include "hostlib/data/dataset_store.h"
 #include "hostlib/data/open_dataset_store.h"
@@ -41,6 +43,7 @@ struct Options {
   std::string format = "text";
   std::string output;
   bool noSave = false;
+  std::string cases;
 };
 
 struct SyntaxSource {
@@ -122,6 +125,18 @@ std::string ClashWithDataset(const std::string& output, const std::string& data)
   return {};
 }
 
+// The case data: --cases, else the codebook's "path"; the codebook's dialect
+// and missing values hold either way.
+std::optional<hostlib::cases::CaseSource> CaseSourceOf(const Options& options) {
+  std::optional<hostlib::cases::CaseSource> source;
+  if (!options.data.empty()) source = hostlib::cases::CaseSourceOfCodebook(options.data);
+  if (!options.cases.empty()) {
+    if (!source) source.emplace();
+    source->path = options.cases;
+  }
+  return source;
+}
+
 int Run(const Options& options) {
   if (!options.output.empty() && !options.data.empty()) {
     if (const std::string clash = ClashWithDataset(options.output, options.data); !clash.empty()) {
@@ -160,12 +175,12 @@ int Run(const Options& options) {
     }
   }
 
-  std::unique_ptr<mrset_program::CommandModule> module;
+  std::optional<mrset_program::CommandModules> modules;
   try {
-    module =
-        std::make_unique<mrset_program::CommandModule>(mrset_program::CommandModule::DefaultPath());
+    modules = mrset_program::CommandModules::LoadBesideProgram();
+    hostlib::cases::SetActiveCaseSource(CaseSourceOf(options));
   } catch (const std::exception& failure) {
-    Fail(std::string("cannot load the MRSET command module: ") + failure.what());
+    Fail(failure.what());
     return kExitCannotRun;
   }
 
@@ -175,7 +190,7 @@ int Run(const Options& options) {
   std::ostream& out = options.output.empty() ? std::cout : captured;
 
   renderer->Begin(out);
-  mrset_program::Runner runner(*module, store.get(), !options.noSave, lockTimeout, *renderer, out);
+  mrset_program::Runner runner(*modules, store.get(), !options.noSave, lockTimeout, *renderer, out);
   if (prompt) {
     mrset_program::RunPrompt(runner);
   } else {
@@ -215,6 +230,8 @@ int main(int argc, char** argv) {
       ->option_text("FMT")
       ->check(CLI::IsMember({"text", "json", "html"}));
   app.add_option("-o,--output", options.output, "Write the output to PATH")->option_text("PATH");
+  app.add_option("--cases", options.cases, "Read the cases from the CSV file in PATH")
+      ->option_text("PATH");
   app.add_flag("--no-save", options.noSave, "Never write the dataset file");
   app.set_version_flag("--version", "mrset 0.1.0");
   app.footer(
