@@ -11,7 +11,7 @@
 namespace mrset_program {
 namespace {
 
-constexpr const char* kHostLibrary = "libvornhost.so";
+constexpr const char* kHostLibraries = "libvornhost";  // libvornhost.so, libvornhost_AREA.so
 
 bool IsCommandWord(const std::string& word) {
   return !word.empty() &&
@@ -76,7 +76,7 @@ CommandModules CommandModules::LoadBesideProgram() {
   for (const auto& entry : std::filesystem::directory_iterator(ProgramFolder(), error)) {
     const std::string name = entry.path().filename().string();
     if (name.size() > 6 && name.rfind("lib", 0) == 0 && name.ends_with(".so") &&
-        name != kHostLibrary && name != "libmrset.so" && entry.path() != mrset) {
+        name.rfind(kHostLibraries, 0) != 0 && name != "libmrset.so" && entry.path() != mrset) {
       others.push_back(entry.path());
     }
   }
