@@ -39,6 +39,11 @@ class VORN_CaseReader {
   // The number of cases made current so far.
   std::uint64_t CaseCount() const;
 
+  // The current case's values by slot, for readers that go through many.
+  const double* Numbers() const;
+  const unsigned char* MissingFlags() const;
+  const std::string* Texts() const;
+
   bool IsMissing(std::size_t slot) const;
   double Number(std::size_t slot) const;          // numeric variables; missing: NaN
   std::string_view Text(std::size_t slot) const;  // string variables

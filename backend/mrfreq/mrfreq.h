@@ -53,12 +53,14 @@ struct MrfreqValue {
 };
 
 // The values of one case that the counting reads, by slot.
-class MrfreqCase {
- public:
-  virtual ~MrfreqCase() = default;
-  virtual bool IsMissing(std::size_t slot) const = 0;
-  virtual double Number(std::size_t slot) const = 0;
-  virtual std::string_view Text(std::size_t slot) const = 0;
+struct MrfreqCase {
+  const double* numbers = nullptr;
+  const unsigned char* missing = nullptr;
+  const std::string* texts = nullptr;
+
+  bool IsMissing(std::size_t slot) const { return missing[slot] != 0; }
+  double Number(std::size_t slot) const { return numbers[slot]; }
+  std::string_view Text(std::size_t slot) const { return texts[slot]; }
 };
 
 // Turns a case into the categories of one item it falls into. Categories of

@@ -13,17 +13,6 @@
 
 namespace {
 
-class ReaderCase final : public MrfreqCase {
- public:
-  explicit ReaderCase(const VORN_CaseReader& reader) : reader_(reader) {}
-  bool IsMissing(std::size_t slot) const override { return reader_.IsMissing(slot); }
-  double Number(std::size_t slot) const override { return reader_.Number(slot); }
-  std::string_view Text(std::size_t slot) const override { return reader_.Text(slot); }
-
- private:
-  const VORN_CaseReader& reader_;
-};
-
 // The dictionary indices the command reads, each once, and their slots.
 struct Columns {
   std::vector<int> variables;
@@ -42,9 +31,30 @@ struct Columns {
 
 struct TableState {
   const MrfreqTable* table;
-  MrfreqClassifier rows;
-  std::unique_ptr<MrfreqClassifier> columns;
+  std::size_t rows;     // classifier numbers
+  std::size_t columns;  // kNoColumns for a frequency table
   MrfreqCounts counts;
+};
+
+constexpr std::size_t kNoColumns = static_cast<std::size_t>(-1);
+
+// The classifiers of a command, one per distinct item (and duplicates rule),
+// so that a set in several tables is classified once per case.
+struct Classifiers {
+  std::vector<std::unique_ptr<MrfreqClassifier>> list;
+  std::vector<std::string> keys;
+  std::vector<std::vector<int>> results;  // per classifier: the current case's categories
+
+  std::size_t For(const MrfreqItem& item, Columns& columns, bool countDuplicates) {
+    const std::string key = std::to_string(item.kind) + (countDuplicates ? "+" : "-") + item.name;
+    const auto found = std::find(keys.begin(), keys.end(), key);
+    if (found != keys.end()) return static_cast<std::size_t>(found - keys.begin());
+    list.push_back(
+        std::make_unique<MrfreqClassifier>(item, columns.SlotsOf(item), countDuplicates));
+    keys.push_back(key);
+    results.emplace_back();
+    return list.size() - 1;
+  }
 };
 
 std::string ValueText(const MrfreqValue& value) {
@@ -99,8 +109,9 @@ double Percent(double part, double whole) { return whole > 0 ? 100.0 * part / wh
 class TableWriter {
  public:
   TableWriter(const MrfreqRequest& request, const VORN_DataSource& dataSource,
-              BpProcedure& procedure, int countDecimals)
+              const Classifiers& classifiers, BpProcedure& procedure, int countDecimals)
       : request_(request),
+        classifiers_(classifiers),
         dataSource_(dataSource),
         procedure_(procedure),
         countDecimals_(countDecimals) {}
@@ -145,10 +156,10 @@ class TableWriter {
     BpCategory ofCases = statistics.Category(BpString("Percent of Cases", true));
     BpDimension rows = table.Dimension(BpString("Category", true), 2);
     const MrfreqCounts& counts = state.counts;
-    for (const int category : state.rows.Order()) {
+    for (const int category : RowsOf(state).Order()) {
       const double n = CellOf(counts, category, 0);
       BpCategory row = rows.Category(
-          BpString(CategoryLabel(state.table->rows, state.rows, category, dataSource_), false));
+          BpString(CategoryLabel(state.table->rows, RowsOf(state), category, dataSource_), false));
       count.Cell(Count(n));
       ofResponses.Cell(Percentage(Percent(n, counts.responses)));
       ofCases.Cell(Percentage(Percent(n, counts.validCases)));
@@ -167,7 +178,7 @@ class TableWriter {
     BpDimension columnDimension = table.Dimension(BpString("Columns", true), 2);
     columnDimension.Position(1, 1, true, false);
     const MrfreqCounts& counts = state.counts;
-    const std::vector<int> order = state.columns->Order();
+    const std::vector<int> order = ColumnsOf(state).Order();
     const bool tests = request_.showTests && order.size() > 1;
 
     struct Column {
@@ -178,9 +189,10 @@ class TableWriter {
     std::vector<Column> columns;
     for (std::size_t i = 0; i <= order.size(); ++i) {
       Column column{i < order.size() ? order[i] : -1, {}, {}};
-      std::string label = column.category < 0 ? std::string("Total")
-                                              : CategoryLabel(state.table->columns, *state.columns,
-                                                              column.category, dataSource_);
+      std::string label =
+          column.category < 0
+              ? std::string("Total")
+              : CategoryLabel(state.table->columns, ColumnsOf(state), column.category, dataSource_);
       if (tests && column.category >= 0) {
         column.letter = Letter(i);
         label += " (" + column.letter + ")";
@@ -199,9 +211,9 @@ class TableWriter {
 
     BpDimension rows = table.Dimension(BpString("Category", true), 2);
     const std::size_t comparisons = order.size() * (order.size() - 1) / 2;
-    for (const int category : state.rows.Order()) {
+    for (const int category : RowsOf(state).Order()) {
       BpCategory row = rows.Category(
-          BpString(CategoryLabel(state.table->rows, state.rows, category, dataSource_), false));
+          BpString(CategoryLabel(state.table->rows, RowsOf(state), category, dataSource_), false));
       for (Column& column : columns) {
         const double n = column.category < 0 ? Entry(counts.rowTotals, category)
                                              : CellOf(counts, category, column.category);
@@ -241,6 +253,12 @@ class TableWriter {
   }
 
  private:
+  const MrfreqClassifier& RowsOf(const TableState& state) const {
+    return *classifiers_.list[state.rows];
+  }
+  const MrfreqClassifier& ColumnsOf(const TableState& state) const {
+    return *classifiers_.list[state.columns];
+  }
   static double Entry(const std::vector<double>& values, int index) {
     const auto at = static_cast<std::size_t>(index);
     return at < values.size() ? values[at] : 0.0;
@@ -260,6 +278,7 @@ class TableWriter {
   static BpNumber Percentage(double value) { return BpNumber(value, 1); }
 
   const MrfreqRequest& request_;
+  const Classifiers& classifiers_;
   const VORN_DataSource& dataSource_;
   BpProcedure& procedure_;
   int countDecimals_;
@@ -270,62 +289,53 @@ class TableWriter {
 void RunMrfreq(const MrfreqRequest& request, const VORN_DataSource& dataSource,
                BpProcedure& procedure) {
   Columns columns;
+  Classifiers classifiers;
   std::vector<TableState> states;
   states.reserve(request.tables.size());
   for (const MrfreqTable& table : request.tables) {
-    TableState state{
-        &table,
-        MrfreqClassifier(table.rows, columns.SlotsOf(table.rows), request.countDuplicates),
-        nullptr,
-        {}};
-    if (table.crossed) {
-      state.columns =
-          std::make_unique<MrfreqClassifier>(table.columns, columns.SlotsOf(table.columns), false);
-    }
-    states.push_back(std::move(state));
+    const std::size_t rows = classifiers.For(table.rows, columns, request.countDuplicates);
+    const std::size_t crossing =
+        table.crossed ? classifiers.For(table.columns, columns, false) : kNoColumns;
+    states.push_back(TableState{&table, rows, crossing, {}});
   }
   const bool weighted = request.weight >= 0;
   const std::size_t weightSlot = weighted ? columns.SlotOf(request.weight) : 0;
 
   VORN_CaseReader reader(columns.variables);
-  const ReaderCase values(reader);
   std::uint64_t unusableWeights = 0;
   bool fractionalWeights = false;
-  std::vector<int> rowCategories;
-  std::vector<int> columnCategories;
   const std::vector<int> single{0};
   while (reader.NextCase()) {
+    const MrfreqCase values{reader.Numbers(), reader.MissingFlags(), reader.Texts()};
     double weight = 1.0;
     if (weighted) {
-      weight = reader.IsMissing(weightSlot) ? 0.0 : reader.Number(weightSlot);
+      weight = values.IsMissing(weightSlot) ? 0.0 : values.Number(weightSlot);
       if (!(weight > 0)) {
         ++unusableWeights;
         continue;
       }
       fractionalWeights = fractionalWeights || weight != std::floor(weight);
     }
-    for (TableState& state : states) {
-      bool classified = state.rows.Classify(values, rowCategories);
-      if (state.columns)
-        classified = classified && state.columns->Classify(values, columnCategories);
-      if (!classified) {
-        const MrfreqItem& item = state.rows.CategoryCount() >= MrfreqClassifier::kMaxCategories
-                                     ? state.table->rows
-                                     : state.table->columns;
+    for (std::size_t i = 0; i < classifiers.list.size(); ++i) {
+      if (!classifiers.list[i]->Classify(values, classifiers.results[i])) {
         ReportMrfreqError(
             "MRFREQ: ^1 holds more than 10000 distinct values; only sets and variables of "
             "categories can be counted.",
-            item.name);
+            classifiers.keys[i].substr(2));
         return;
       }
-      state.counts.Add(rowCategories, state.columns ? columnCategories : single, weight);
+    }
+    for (TableState& state : states) {
+      state.counts.Add(classifiers.results[state.rows],
+                       state.columns == kNoColumns ? single : classifiers.results[state.columns],
+                       weight);
     }
   }
   if (reader.Failed()) {
     ReportMrfreqError("MRFREQ cannot read the cases: ^1", reader.ErrorText());
     return;
   }
-  TableWriter writer(request, dataSource, procedure, fractionalWeights ? 2 : 0);
+  TableWriter writer(request, dataSource, classifiers, procedure, fractionalWeights ? 2 : 0);
   writer.CaseSummary(states, unusableWeights);
   for (const TableState& state : states) {
     if (state.table->crossed) {

@@ -97,6 +97,7 @@ struct VORN_CaseReader::Impl {
   bool endOfFile = false;
   std::unique_ptr<CsvScanner> scanner;
   std::vector<std::string> missingValues;
+  bool onlyEmptyIsMissing = false;
 
   std::vector<std::size_t> columns;  // per slot
   std::vector<bool> numeric;         // per slot
@@ -209,7 +210,9 @@ struct VORN_CaseReader::Impl {
       const std::string_view field = (*record.fields)[columns[slot]];
       const std::size_t at = row * width + slot;
       const bool isMissing =
-          std::find(missingValues.begin(), missingValues.end(), field) != missingValues.end();
+          onlyEmptyIsMissing
+              ? field.empty()
+              : std::find(missingValues.begin(), missingValues.end(), field) != missingValues.end();
       missing[at] = isMissing ? 1 : 0;
       if (!numeric[slot]) {
         texts[at].assign(field);
@@ -246,6 +249,7 @@ VORN_CaseReader::VORN_CaseReader(const std::vector<int>& variables)
   Impl& impl = *impl_;
   impl.fileName = source->path.string();
   impl.missingValues = source->missingValues;
+  impl.onlyEmptyIsMissing = impl.missingValues.size() == 1 && impl.missingValues.front().empty();
   impl.scanner = std::make_unique<CsvScanner>(source->dialect);
   impl.file = std::make_unique<File>(impl.fileName);
   if (!impl.file->IsOpen()) {
@@ -285,4 +289,13 @@ double VORN_CaseReader::Number(std::size_t slot) const {
 }
 std::string_view VORN_CaseReader::Text(std::size_t slot) const {
   return impl_->texts[impl_->current * impl_->width + slot];
+}
+const double* VORN_CaseReader::Numbers() const {
+  return impl_->numbers.data() + impl_->current * impl_->width;
+}
+const unsigned char* VORN_CaseReader::MissingFlags() const {
+  return impl_->missing.data() + impl_->current * impl_->width;
+}
+const std::string* VORN_CaseReader::Texts() const {
+  return impl_->texts.data() + impl_->current * impl_->width;
 }

@@ -55,7 +55,10 @@ class CsvScanner {
   std::uint64_t RecordsSeen() const { return recordNumber_; }
 
  private:
-  std::size_t NextWanted(std::size_t column) const;
+  std::size_t NextWanted(std::size_t column) const {
+    if (wantAll_) return column;
+    return column < nextWanted_.size() ? nextWanted_[column] : static_cast<std::size_t>(-1);
+  }
   void KeepField(std::size_t column, const char* begin, const char* end, bool lastOfRecord);
 
   Dialect dialect_;
