@@ -29,34 +29,43 @@ syntax='MRFREQ /TABLES=$q /TABLES=$q BY region.'
 ls -l "$work/cases.csv" | awk '{printf "case file: %.0f MB, ", $5 / 1e6}'
 echo "$cases cases x 200 columns"
 
-# Seconds (wall) and peak resident kilobytes of one run.
+# Seconds (wall), peak resident kilobytes and processor seconds (user and
+# system) of one run. On a shared machine the processor time says more.
 measure() {
-  /usr/bin/time -f '%e %M' -o "$work/time.txt" "$@" >"$work/out.txt"
-  cat "$work/time.txt"
+  /usr/bin/time -f '%e %M %U %S' -o "$work/time.txt" "$@" >"$work/out.txt"
+  awk '{print $1, $2, $3 + $4}' "$work/time.txt"
 }
 median() { sort -n | awk '{v[NR] = $1} END {print v[int((NR + 1) / 2)]}'; }
 
 cat "$work/cases.csv" >/dev/null  # warm the page cache for everyone
-: >"$work/mrset.times"; : >"$work/duckdb.times"; : >"$work/wc.times"; : >"$work/mrset.memory"
+for name in mrset duckdb wc; do : >"$work/$name.times"; : >"$work/$name.cpu"; done
+: >"$work/mrset.memory"
+record() {  # NAME COMMAND...
+  local name=$1 seconds kb cpu
+  shift
+  read -r seconds kb cpu < <(measure "$@")
+  echo "$seconds" >>"$work/$name.times"
+  echo "$cpu" >>"$work/$name.cpu"
+  [ "$name" = mrset ] && echo "$kb" >>"$work/mrset.memory"
+  cp "$work/out.txt" "$work/$name.out"
+}
 for _ in $(seq "$runs"); do
-  read -r seconds kb < <(measure build/bin/mrset --no-save -d "$work/codebook.json" -e "$syntax")
-  echo "$seconds" >>"$work/mrset.times"; echo "$kb" >>"$work/mrset.memory"
-  cp "$work/out.txt" "$work/mrset.out"
-  read -r seconds _ < <(measure node "$work/duckdb_counts.mjs" "$work/cases.csv")
-  echo "$seconds" >>"$work/duckdb.times"
-  cp "$work/out.txt" "$work/duckdb.out"
-  read -r seconds _ < <(measure wc -l "$work/cases.csv")
-  echo "$seconds" >>"$work/wc.times"
+  record mrset build/bin/mrset --no-save -d "$work/codebook.json" -e "$syntax"
+  record duckdb node "$work/duckdb_counts.mjs" "$work/cases.csv"
+  record wc wc -l "$work/cases.csv"
 done
 
-mrset=$(median <"$work/mrset.times")
-duckdb=$(median <"$work/duckdb.times")
-wc=$(median <"$work/wc.times")
+for kind in times cpu; do
+  mrset=$(median <"$work/mrset.$kind")
+  duckdb=$(median <"$work/duckdb.$kind")
+  wc=$(median <"$work/wc.$kind")
+  [ "$kind" = times ] && what="wall seconds" || what="processor seconds"
+  echo "median of $runs runs, $what: mrset $mrset, DuckDB $duckdb, wc -l $wc"
+  awk -v m="$mrset" -v d="$duckdb" -v w="$wc" 'BEGIN {
+    printf "  mrset / DuckDB: %.2fx (target at most 1x); mrset / wc -l: %.2fx (target at most 3x)\n",
+      m / d, m / w
+  }'
+done
 memory=$(median <"$work/mrset.memory")
-echo "median of $runs runs (seconds): mrset $mrset, DuckDB $duckdb, wc -l $wc"
-awk -v m="$mrset" -v d="$duckdb" -v w="$wc" -v k="$memory" 'BEGIN {
-  printf "mrset / DuckDB: %.2fx (target at most 1x)\n", m / d
-  printf "mrset / wc -l:  %.2fx (target at most 3x)\n", m / w
-  printf "mrset peak memory: %.1f MB (target at most 100 MB)\n", k / 1024
-}'
+awk -v k="$memory" 'BEGIN { printf "mrset peak memory: %.1f MB (target at most 100 MB)\n", k / 1024 }'
 echo "counts: $work/mrset.out (mrset), $work/duckdb.out (DuckDB)"

@@ -170,6 +170,8 @@ struct VORN_CaseReader::Impl {
     while (!done && ScanSome(onHeader)) {
     }
     if (!done) Fail(fileName + ": the file has no header row.");
+    // A byte order mark is no part of the first name.
+    if (done && !header.empty() && header[0].rfind("\xEF\xBB\xBF", 0) == 0) header[0].erase(0, 3);
     return done;
   }
 
