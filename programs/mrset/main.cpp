@@ -216,8 +216,8 @@ int Run(const Options& options) {
 
 int main(int argc, char** argv) {
   CLI::App app{
-      "Runs MRSET command syntax: defines, lists and deletes the multiple response "
-      "sets of a dataset.",
+      "Runs MRSET and MRFREQ command syntax: defines, lists and deletes the multiple "
+      "response sets of a dataset, and counts them over its cases.",
       "mrset"};
   Options options;
   app.add_option("FILE", options.files, "Syntax files, run in order; - is standard input");
