@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -65,7 +66,9 @@ class CsvScanner {
   bool wantAll_ = true;
   std::vector<std::size_t> nextWanted_;  // per column: the first wanted column at or after it
   std::vector<std::string_view> fields_;
-  std::vector<std::string> unquoted_;  // per column: storage for a quoted field
+  // Per column: storage for a quoted field. A deque, so that growing it
+  // (header fields) leaves the texts that fields_ points at in place.
+  std::deque<std::string> unquoted_;
   std::uint64_t recordNumber_ = 0;
   bool unclosed_ = false;
 };

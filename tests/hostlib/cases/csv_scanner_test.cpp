@@ -123,10 +123,10 @@ TEST(CsvScanner, AgreesWithAReferenceParserOnRandomFiles) {
     for (std::size_t c = 0; c < width; ++c) {
       if (random() % 3 == 0) want.push_back(c);
     }
-    if (want.empty()) want.push_back(width - 1);
+    if (want.empty() && random() % 2) want.push_back(width - 1);  // else every field
     for (auto& row : expected) {
       for (std::size_t c = 0; c < row.size(); ++c) {
-        if (std::find(want.begin(), want.end(), c) == want.end()) row[c].clear();
+        if (!want.empty() && std::find(want.begin(), want.end(), c) == want.end()) row[c].clear();
       }
     }
     for (std::size_t block : {std::size_t{1}, std::size_t{7}, std::size_t{64}, text.size() + 1}) {
