@@ -86,9 +86,9 @@ class Discard : public std::streambuf {
   int overflow(int c) override { return c; }
 };
 
-const mrset_program::CommandModule& Module() {
-  static const mrset_program::CommandModule module(mrset_program::CommandModule::DefaultPath());
-  return module;
+const mrset_program::CommandModules& Module() {
+  static const auto modules = mrset_program::CommandModules::LoadBesideProgram();
+  return modules;
 }
 
 void Open(benchmark::State& state, bool database) {

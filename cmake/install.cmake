@@ -12,17 +12,19 @@ file(RELATIVE_PATH MRSET_MODULE_TO_LIB /root/${MRSET_MODULE_DIR} /root/${CMAKE_I
 # The host is one library per area (hostlib/CMakeLists.txt), which find
 # each other beside themselves.
 set(MRSET_HOST_LIBRARIES vornhost_strings vornhost_files vornhost_common_areas vornhost_dictionary
-    vornhost_output vornhost_data vornhost_syntax vornhost_session)
+    vornhost_output vornhost_data vornhost_syntax vornhost_session vornhost_formats
+    vornhost_cases)
 
 set_target_properties(mrset mrset-convert PROPERTIES INSTALL_RPATH "$ORIGIN/${MRSET_BIN_TO_LIB}")
 set_target_properties(${MRSET_HOST_LIBRARIES} PROPERTIES INSTALL_RPATH "$ORIGIN")
-set_target_properties(mrset_module PROPERTIES INSTALL_RPATH "$ORIGIN/${MRSET_MODULE_TO_LIB}")
+set_target_properties(mrset_module mrfreq_module PROPERTIES
+  INSTALL_RPATH "$ORIGIN/${MRSET_MODULE_TO_LIB}")
 # The program looks for the module beside itself (the build tree), then here.
 target_compile_definitions(mrset_runner PRIVATE MRSET_MODULE_RELATIVE_DIR="${MRSET_BIN_TO_MODULE}")
 
 install(TARGETS mrset mrset-convert RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS ${MRSET_HOST_LIBRARIES} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(TARGETS mrset_module LIBRARY DESTINATION ${MRSET_MODULE_DIR})
+install(TARGETS mrset_module mrfreq_module LIBRARY DESTINATION ${MRSET_MODULE_DIR})
 install(FILES docs/man/mrset.1 docs/man/mrset-convert.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES docs/completion/mrset.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
         RENAME mrset)

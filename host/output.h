@@ -40,6 +40,8 @@ struct BpText {
   bool composite = false;
   std::vector<BpText> items;
   std::vector<int> itemSublist;  // per item: 0 outside any sublist, else its number
+  bool numeric = false;          // a number: `text` shows it, `number` holds it exactly
+  double number = 0;
 
   friend bool operator==(const BpText&, const BpText&) = default;
 };
@@ -63,6 +65,13 @@ class BpCellText {
 class BpString final : public BpCellText {
  public:
   BpString(const std::string& text, bool fixed);
+};
+
+// A number shown with a fixed count of decimals; a JSON document keeps the
+// number itself.
+class BpNumber final : public BpCellText {
+ public:
+  BpNumber(double value, int decimals);
 };
 
 class BpComposite final : public BpCellText {

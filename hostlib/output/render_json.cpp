@@ -1,5 +1,7 @@
 // {"output": [ITEM, ...]} with one item per line.
+#include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <ostream>
 #include <string>
 #include <variant>
@@ -42,7 +44,17 @@ Json ToJson(const Table& table, const Document& document) {
       const Cell* cell = grid.cells[r][c];
       if (cell == nullptr) continue;
       const std::string column = columns[c].get<std::string>();
-      if (cell->hasText) cells[column] = ComposeText(cell->text);
+      if (cell->hasText && cell->text.numeric) {
+        // Whole numbers as integers, so that a count reads as one.
+        const double number = cell->text.number;
+        if (std::fabs(number) < 1e15 && number == std::trunc(number)) {
+          cells[column] = static_cast<std::int64_t>(number);
+        } else {
+          cells[column] = number;
+        }
+      } else if (cell->hasText) {
+        cells[column] = ComposeText(cell->text);
+      }
       Json texts = Json::array();
       for (int handle : cell->notes) {
         if (document.IsRegistered(handle))

@@ -1,10 +1,21 @@
 // The cell texts and the message stream of host/output.h.
+#include <cstdio>
 #include <string>
 #include <utility>
 
 #include "host/output.h"
 #include "hostlib/output/document.h"
 #include "hostlib/output/output_target.h"
+
+namespace {
+
+std::string FormatFixed(double value, int decimals) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%.*f", decimals, value);
+  return text;
+}
+
+}  // namespace
 
 BpCellText::BpCellText(std::string text, bool fixed, bool composite)
     : value_{std::move(text), fixed, composite, {}, {}} {}
@@ -16,6 +27,12 @@ int BpCellText::Replicate(const BpCellText& text) {
 }
 
 BpString::BpString(const std::string& text, bool fixed) : BpCellText(text, fixed, false) {}
+
+BpNumber::BpNumber(double value, int decimals)
+    : BpCellText(FormatFixed(value, decimals), true, false) {
+  value_.numeric = true;
+  value_.number = value;
+}
 
 BpComposite::BpComposite(const std::string& format, bool fixed) : BpCellText(format, fixed, true) {}
 

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "hostlib/cases/case_source.h"
 #include "hostlib/data/dataset.h"
 #include "hostlib/data/dataset_store.h"
 #include "hostlib/data/open_dataset_store.h"
@@ -46,6 +47,7 @@ struct Options {
   std::vector<std::string> cmds;
   bool batch = false;
   bool interactive = false;
+  std::string cases;
 };
 
 // Where commands come from: a text given with --execute, a syntax file
@@ -107,6 +109,18 @@ bool CanWriteBeside(const std::filesystem::path& path) {
   return ::access(folder.c_str(), W_OK) == 0;
 }
 
+// The case data: --cases, else the codebook's "path"; the codebook's dialect
+// and missing values hold either way.
+std::optional<hostlib::cases::CaseSource> CaseSourceOf(const Options& options) {
+  std::optional<hostlib::cases::CaseSource> source;
+  if (!options.data.empty()) source = hostlib::cases::CaseSourceOfCodebook(options.data);
+  if (!options.cases.empty()) {
+    if (!source) source.emplace();
+    source->path = options.cases;
+  }
+  return source;
+}
+
 int Run(const Options& options) {
   if (!options.output.empty() && !options.data.empty()) {
     if (const std::string clash = mrset_program::ClashWithDataset(options.output, options.data);
@@ -134,19 +148,19 @@ int Run(const Options& options) {
     return kExitCannotRun;
   }
 
-  std::unique_ptr<mrset_program::CommandModule> module;
+  std::optional<mrset_program::CommandModules> modules;
   try {
-    module =
-        std::make_unique<mrset_program::CommandModule>(mrset_program::CommandModule::DefaultPath());
+    modules = mrset_program::CommandModules::LoadBesideProgram();
+    hostlib::cases::SetActiveCaseSource(CaseSourceOf(options));
   } catch (const std::exception& failure) {
-    Fail(std::string("cannot load the MRSET command module: ") + failure.what());
+    Fail(failure.what());
     return kExitCannotRun;
   }
 
   auto& session = hostlib::Session::Instance();
   int status = kExitClean;
   {
-    mrset_program::Shell shell(*module, settings, *hostlib::output::ParseFormat(options.format),
+    mrset_program::Shell shell(*modules, settings, *hostlib::output::ParseFormat(options.format),
                                options.output, std::cout, std::cerr);
     if (!options.data.empty()) {
       try {
@@ -176,8 +190,8 @@ int Run(const Options& options) {
 
 int main(int argc, char** argv) {
   CLI::App app{
-      "Runs MRSET command syntax: defines, lists and deletes the multiple response "
-      "sets of a dataset.",
+      "Runs MRSET and MRFREQ command syntax: defines, lists and deletes the multiple "
+      "response sets of a dataset, and counts them over its cases.",
       "mrset"};
   Options options;
   app.add_option("FILE", options.files, "Syntax files, run in order; - is standard input");
@@ -190,6 +204,8 @@ int main(int argc, char** argv) {
       ->option_text("FMT")
       ->check(CLI::IsMember({"text", "json", "html"}));
   app.add_option("-o,--output", options.output, "Write the output to PATH")->option_text("PATH");
+  app.add_option("--cases", options.cases, "Read the cases from the CSV file in PATH")
+      ->option_text("PATH");
   app.add_flag("--no-save", options.noSave, "Never write the dataset file");
   app.add_flag("--bail", options.bail, "Stop at the first command that issues an error");
   app.add_option("--cmd", options.cmds, "Run TEXT (syntax or a dot-command) first, then go on")

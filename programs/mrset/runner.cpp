@@ -24,10 +24,10 @@ std::string Where(const hostlib::syntax::SourcePosition& position, const std::st
 
 }  // namespace
 
-Runner::Runner(const CommandModule& module, hostlib::data::DatasetStore* store, bool saveDataset,
+Runner::Runner(const CommandModules& modules, hostlib::data::DatasetStore* store, bool saveDataset,
                std::chrono::milliseconds lockTimeout, hostlib::output::Renderer& renderer,
                std::ostream& out)
-    : module_(module),
+    : modules_(modules),
       store_(store),
       saveDataset_(saveDataset),
       lockTimeout_(lockTimeout),
@@ -69,17 +69,19 @@ void Runner::RunCommand(const hostlib::syntax::SplitCommand& split, const std::s
   } else if (split.command->At(0).type != TokenSequenceBase::kString) {
     ReportHostError(Where(split.start, source) + "A command name was expected. Found \"" +
                     split.command->TokenText(0) + "\".");
-  } else if (hostlib::strings::UpperCase(split.command->TokenText(0)) != "MRSET") {
+  } else if (const auto entry =
+                 modules_.EntryFor(hostlib::strings::UpperCase(split.command->TokenText(0)));
+             entry == nullptr) {
     ReportHostError(Where(split.start, source) + "\"" + split.command->TokenText(0) +
                     "\" is not a command of this program; it was skipped.");
   } else {
-    RunModule();
+    RunModule(entry);
   }
   Session::Instance().EndCommand();
   WriteNewOutput();
 }
 
-void Runner::RunModule() {
+void Runner::RunModule(CommandModule::Entry entry) {
   // A run that never saves works on the dataset as it read it, and leaves
   // no lock file behind.
   std::optional<hostlib::data::CommandScope> scope;
@@ -99,7 +101,7 @@ void Runner::RunModule() {
   const auto dataset = Session::Instance().ActiveDataset();
   const auto revision = dataset ? dataset->SetsRevision() : 0;
   try {
-    module_.Run();
+    entry();
   } catch (const std::exception& failure) {
     // The module saves last, so nothing of a command that threw was saved.
     ReportHostError(std::string("The command was stopped by a failure and changed nothing: ") +

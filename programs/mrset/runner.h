@@ -1,8 +1,7 @@
-// Runs commands against the host: MRSET goes to the command module, any
-// other command is a host error; the output is written after each command,
-// and the dataset file after each command that changed its sets. Each MRSET
-// command holds the dataset store's lock from before it reads the sets until
-// after it saved them.
+// Runs commands against the host: each command goes to the module that
+// exports its word, a word no module exports is a host error; the output is written after each
+// command, and the dataset file after each command that changed its sets. Each MRSET command holds
+// the dataset store's lock from before it reads the sets until after it saved them.
 #pragma once
 
 #include <chrono>
@@ -24,7 +23,7 @@ class Runner {
  public:
   // `store` may be null (no dataset); `saveDataset` false never writes it;
   // a command waits up to `lockTimeout` for the store's lock.
-  Runner(const CommandModule& module, hostlib::data::DatasetStore* store, bool saveDataset,
+  Runner(const CommandModules& modules, hostlib::data::DatasetStore* store, bool saveDataset,
          std::chrono::milliseconds lockTimeout, hostlib::output::Renderer& renderer,
          std::ostream& out);
 
@@ -44,7 +43,7 @@ class Runner {
   void Redirect(hostlib::output::Renderer& renderer, std::ostream& out);
 
  private:
-  void RunModule();
+  void RunModule(CommandModule::Entry entry);
   // Writes the dataset when the command changed it and ends the command's
   // hold on the store; a failure is reported and the changes are dropped.
   void SaveDataset(std::optional<hostlib::data::CommandScope>& scope);
@@ -52,7 +51,7 @@ class Runner {
   void ReportHostError(const std::string& text);
   void WriteNewOutput();
 
-  const CommandModule& module_;
+  const CommandModules& modules_;
   hostlib::data::DatasetStore* store_;
   bool saveDataset_;
   std::chrono::milliseconds lockTimeout_;

@@ -20,9 +20,9 @@ constexpr const char* kPromptSource = "the prompt";
 
 }  // namespace
 
-Shell::Shell(const CommandModule& module, ShellSettings settings, hostlib::output::Format format,
+Shell::Shell(const CommandModules& modules, ShellSettings settings, hostlib::output::Format format,
              std::string outputPath, std::ostream& terminal, std::ostream& errors)
-    : module_(module),
+    : modules_(modules),
       settings_(settings),
       terminal_(terminal),
       errors_(errors),
@@ -31,7 +31,7 @@ Shell::Shell(const CommandModule& module, ShellSettings settings, hostlib::outpu
 
 void Shell::Start() {
   BeginOutput();
-  runner_ = std::make_unique<Runner>(module_, store_.get(), settings_.saveDataset,
+  runner_ = std::make_unique<Runner>(modules_, store_.get(), settings_.saveDataset,
                                      settings_.lockTimeout, *renderer_, Out());
 }
 

@@ -33,7 +33,7 @@ class Shell {
   // Output in `format` to `outputPath` (empty: standard output; a file is
   // written whole when the output moves elsewhere or at Finish). Listings
   // go to `terminal`, faults of dot-commands to `errors`.
-  Shell(const CommandModule& module, ShellSettings settings, hostlib::output::Format format,
+  Shell(const CommandModules& modules, ShellSettings settings, hostlib::output::Format format,
         std::string outputPath, std::ostream& terminal, std::ostream& errors);
   Shell(const Shell&) = delete;
   Shell& operator=(const Shell&) = delete;
@@ -86,7 +86,7 @@ class Shell {
   bool CloseOutput();
   std::string Title() const;
 
-  const CommandModule& module_;
+  const CommandModules& modules_;
   ShellSettings settings_;
   std::ostream& terminal_;
   std::ostream& errors_;

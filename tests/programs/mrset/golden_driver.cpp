@@ -4,6 +4,7 @@
 //
 // A case file is a run of sections, each opened by a line "==== KIND REST":
 //   ==== dataset FILE      copy data/FILE to a fresh folder; runs get -d on it
+//   ==== copy FILE         copy data/FILE beside it (case data, say)
 //   ==== run ARGS          run mrset with ARGS on the syntax that follows
 //   ==== output            what the run writes (JSON compared as JSON)
 //   ==== exit N            the run's exit status (0 when absent)
@@ -56,6 +57,7 @@ struct RunSpec {
 
 struct Case {
   std::string dataset;
+  std::vector<std::string> copies;
   std::vector<RunSpec> runs;
 };
 
@@ -76,7 +78,10 @@ Case ParseCase(const std::string& text) {
     std::string rest;
     std::getline(header, rest);
     if (!rest.empty() && rest.front() == ' ') rest.erase(0, 1);
-    if (kind == "dataset") {
+    if (kind == "copy") {
+      parsed.copies.push_back(rest);
+      body = &scratch;
+    } else if (kind == "dataset") {
       parsed.dataset = rest;
       body = &scratch;
     } else if (kind == "run") {
@@ -185,6 +190,9 @@ TEST_P(GoldenCase, MatchesExpectations) {
     dataset = work / fs::path(parsed.dataset).filename();
     shownName = dataset.filename().string();
     fs::copy_file(fs::path(MRSET_E2E_DIR) / "data" / parsed.dataset, dataset);
+    for (const std::string& copy : parsed.copies) {
+      fs::copy_file(fs::path(MRSET_E2E_DIR) / "data" / copy, work / fs::path(copy).filename());
+    }
     if (database) {
       const fs::path converted = fs::path(dataset).replace_extension(".db");
       const Result made = RunProgram(Quote(MRSET_CONVERT) + " " + Quote(dataset.string()) + " " +

@@ -46,10 +46,10 @@ TEST_P(FailedSaves, NeverReappearInALaterSave) {
   auto& session = hostlib::Session::Instance();
   session.Reset();
   session.OpenDataset(std::make_shared<hostlib::data::Dataset>(store->Load()));
-  const CommandModule module(CommandModule::DefaultPath());
+  const CommandModules modules = CommandModules::LoadBesideProgram();
   const auto renderer = hostlib::output::MakeRenderer(hostlib::output::Format::kText);
   std::ostringstream out;
-  Runner runner(module, store.get(), true, std::chrono::milliseconds(0), *renderer, out);
+  Runner runner(modules, store.get(), true, std::chrono::milliseconds(0), *renderer, out);
 
   env.Fail(FileOperation::kWrite, ENOSPC);
   runner.RunText("MRSET /MCGROUP NAME=$failed VARIABLES=a1 a2.", "test");
