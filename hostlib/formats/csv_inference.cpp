@@ -210,6 +210,28 @@ std::optional<std::string> CountedMark(const std::vector<Column>& columns, const
   return *marks.begin();
 }
 
+// Each member holds its own option's text where it was chosen, and nothing
+// elsewhere (as platforms export "Q/Option" columns): a category set counts
+// those texts across its members.
+bool HoldsOptionTexts(const std::vector<Column>& columns, const Run& run) {
+  bool any = false;
+  for (const std::size_t c : run.columns) {
+    if (!columns[c].numbers.empty() || columns[c].texts.size() > 1) return false;
+    any = any || !columns[c].texts.empty();
+  }
+  return any;
+}
+
+// One width for the members of such a run, so that they make one set.
+void WidenOptionColumns(std::vector<Column>& columns, const Run& run) {
+  std::size_t width = 1;
+  for (const std::size_t c : run.columns) width = std::max(width, columns[c].width);
+  for (const std::size_t c : run.columns) {
+    columns[c].numeric = false;
+    columns[c].width = width;
+  }
+}
+
 std::string SetName(const std::string& prefix, std::unordered_set<std::string>& taken) {
   return Unique("$" + NameFromHeader(prefix, 0), taken);
 }
@@ -217,8 +239,13 @@ std::string SetName(const std::string& prefix, std::unordered_set<std::string>& 
 }  // namespace
 
 InferredDictionary InferDictionary(const CsvTable& table, const std::string& dataPath) {
-  const std::vector<Column> columns = ReadColumns(table);
+  std::vector<Column> columns = ReadColumns(table);
   const std::vector<Run> runs = FindRuns(columns);
+  std::vector<bool> optionTexts(runs.size(), false);
+  for (std::size_t r = 0; r < runs.size(); ++r) {
+    optionTexts[r] = !CountedMark(columns, runs[r]) && HoldsOptionTexts(columns, runs[r]);
+    if (optionTexts[r]) WidenOptionColumns(columns, runs[r]);
+  }
   std::vector<std::string> titles(columns.size());
   for (std::size_t c = 0; c < columns.size(); ++c) {
     if (columns[c].name != columns[c].header) titles[c] = columns[c].header;
@@ -236,7 +263,8 @@ InferredDictionary InferDictionary(const CsvTable& table, const std::string& dat
   inferred.contents = data::ContentsFromDescriptorText(codebook.dump(), dataPath);
 
   std::unordered_set<std::string> setNames;
-  for (const Run& run : runs) {
+  for (std::size_t r = 0; r < runs.size(); ++r) {
+    const Run& run = runs[r];
     const std::string shown = run.prefix + (run.slashed ? "/..." : "_1..");
     const bool numeric = columns[run.columns.front()].numeric;
     const bool sameType = std::all_of(run.columns.begin(), run.columns.end(), [&](std::size_t c) {
@@ -244,7 +272,7 @@ InferredDictionary InferDictionary(const CsvTable& table, const std::string& dat
              (numeric || columns[c].width == columns[run.columns.front()].width);
     });
     const auto mark = CountedMark(columns, run);
-    if (!mark && (run.slashed || !sameType)) {
+    if (!mark && !optionTexts[r] && (run.slashed || !sameType)) {
       inferred.notes.push_back(shown + ": the columns hold no common mark or codes of one type");
       continue;
     }

@@ -41,18 +41,21 @@ TEST(CsvTest, RefusesWhatIsNotCsv) {
 
 TEST(CsvInferenceTest, ProposesOnlyRunsThatAreQuestions) {
   const CsvTable table = ParseCsv(
-      "q1_1,q1_3,q2/a b,q2/c,q3_1,q3_2,9 lives,x_1,x_2\n"
-      "1,0,X,,a,b,1,1,apple\n"
-      "0,1,,X,c,,2,0,pear\n",
+      "q1_1,q1_3,q2/a b,q2/c,q3_1,q3_2,9 lives,x_1,x_2,q4/Apple,q4/Pear\n"
+      "1,0,X,,a,b,1,1,apple,Apple,\n"
+      "0,1,,X,c,,2,0,pear,,Pear\n",
       "t.csv");
   const InferredDictionary inferred = InferDictionary(table, "t.csv");
   const auto& dataset = inferred.contents.dataset;
   EXPECT_EQ(dataset.Variable(2).GetName(), std::string("q2_a_b"));
   EXPECT_EQ(dataset.Variable(6).GetName(), std::string("v9_lives"));
   EXPECT_EQ(dataset.Variable(4).GetType(), 1);
-  ASSERT_EQ(inferred.proposedSets.size(), 2u);  // q1 has a gap; x mixes types
+  // q1 has a gap; x mixes types; q4's columns hold their options' texts.
+  ASSERT_EQ(inferred.proposedSets.size(), 3u);
   EXPECT_EQ(inferred.proposedSets[0].GetValue(), "X");
   EXPECT_EQ(inferred.proposedSets[1].GetType(), VariableSet::kMultipleCategorySet);
+  EXPECT_EQ(inferred.proposedSets[2].GetType(), VariableSet::kMultipleCategorySet);
+  EXPECT_EQ(dataset.Variable(9).GetType(), dataset.Variable(10).GetType());
   const std::string proposal = RenderProposal(inferred, "t.csv");
   EXPECT_NE(proposal.find("VARIABLES=q2_a_b q2_c\n  VALUE='X'"), std::string::npos) << proposal;
   EXPECT_NE(
