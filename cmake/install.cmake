@@ -9,11 +9,16 @@ file(RELATIVE_PATH MRSET_BIN_TO_LIB /root/${CMAKE_INSTALL_BINDIR} /root/${CMAKE_
 file(RELATIVE_PATH MRSET_BIN_TO_MODULE /root/${CMAKE_INSTALL_BINDIR} /root/${MRSET_MODULE_DIR})
 file(RELATIVE_PATH MRSET_MODULE_TO_LIB /root/${MRSET_MODULE_DIR} /root/${CMAKE_INSTALL_LIBDIR})
 
-# The host is one library per area (hostlib/CMakeLists.txt), which find
-# each other beside themselves.
-set(MRSET_HOST_LIBRARIES vornhost_strings vornhost_files vornhost_common_areas vornhost_dictionary
-    vornhost_output vornhost_data vornhost_syntax vornhost_session vornhost_formats
-    vornhost_cases)
+# The host is one shared library per area (hostlib/CMakeLists.txt); they
+# find each other beside themselves.
+get_property(MRSET_HOST_TARGETS DIRECTORY hostlib PROPERTY BUILDSYSTEM_TARGETS)
+set(MRSET_HOST_LIBRARIES)
+foreach(target IN LISTS MRSET_HOST_TARGETS)
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL "SHARED_LIBRARY")
+    list(APPEND MRSET_HOST_LIBRARIES ${target})
+  endif()
+endforeach()
 
 set_target_properties(mrset mrset-convert PROPERTIES INSTALL_RPATH "$ORIGIN/${MRSET_BIN_TO_LIB}")
 set_target_properties(${MRSET_HOST_LIBRARIES} PROPERTIES INSTALL_RPATH "$ORIGIN")
