@@ -97,13 +97,13 @@ void BpError(const BpCellText& text, int show, int level);
 // A note that cells may carry: a registered text (from Replicate).
 class BpAnnotation {
  public:
+  // The second handle and the flag are the module's to pass; this host has
+  // no use for them.
   BpAnnotation(int textHandle, int secondHandle, bool flag);
   int TextHandle() const { return textHandle_; }
 
  private:
   int textHandle_;
-  int secondHandle_;
-  bool flag_;
 };
 
 // Handles into the output document; cheap to copy. A category of one

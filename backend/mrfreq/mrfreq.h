@@ -98,7 +98,6 @@ class MrfreqClassifier {
   std::vector<double> numbers_;  // the numeric values met, by category
   std::unordered_map<double, int> numberIndex_;
   std::unordered_map<std::string, int> textIndex_;
-  bool overflow_ = false;
 };
 
 // Weighted counts of one table.

@@ -103,9 +103,14 @@ void CsvScanner::KeepField(std::size_t column, const char* begin, const char* en
 }
 
 // Built for several processors; the loader picks the best one that runs here.
-__attribute__((target_clones("avx2", "popcnt", "default"))) std::size_t CsvScanner::Scan(
-    const char* data, std::size_t size, bool final,
-    const std::function<bool(const Record&)>& onRecord) {
+// (Clang cannot resolve such clones across a shared library: one build there.)
+#if defined(__clang__)
+#define MRSET_SCAN_CLONES
+#else
+#define MRSET_SCAN_CLONES __attribute__((target_clones("avx2", "popcnt", "default")))
+#endif
+MRSET_SCAN_CLONES std::size_t CsvScanner::Scan(const char* data, std::size_t size, bool final,
+                                               const std::function<bool(const Record&)>& onRecord) {
   std::size_t consumed = 0;
   std::size_t column = 0;
   const char* fieldStart = data;

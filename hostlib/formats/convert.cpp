@@ -112,7 +112,8 @@ Input ReadInput(const fs::path& in, const fs::path& out, OutputFormat format,
   if (!start.empty() && start.front() == '{') return ReadStore(in);
   if (!start.empty() && start.front() == '<') {
     pugi::xml_document document;
-    xml::Parse(document, text, in.string());
+    std::string utf8 = text;  // the readers below convert the file's own text again
+    xml::Parse(document, utf8, in.string());
     const std::string_view root = xml::LocalName(document.document_element());
     if (root == "sss") {
       return ReadTripleSInput(

@@ -1,6 +1,9 @@
 #include "hostlib/formats/csv.h"
 
+#include <algorithm>
+
 #include "hostlib/data/dataset.h"
+#include "hostlib/strings/unicode.h"
 
 namespace hostlib::formats {
 namespace {
@@ -9,10 +12,21 @@ namespace {
   throw data::DatasetError(file + ": line " + std::to_string(line) + ": " + fault);
 }
 
+// Every name and label read from the file goes on into UTF-8 files.
+void CheckUtf8(std::string_view text, const std::string& file) {
+  const std::size_t valid = strings::ValidUtf8Length(text);
+  if (valid == text.size()) return;
+  const auto line =
+      1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(valid), '\n');
+  Fail(file, static_cast<std::size_t>(line),
+       "the text is not UTF-8 (save the export as UTF-8 and convert it again)");
+}
+
 }  // namespace
 
 CsvTable ParseCsv(std::string_view text, const std::string& file) {
   if (text.substr(0, 3) == "\xEF\xBB\xBF") text.remove_prefix(3);
+  CheckUtf8(text, file);
   CsvTable table;
   std::vector<std::string> record;
   std::string field;

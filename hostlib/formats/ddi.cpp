@@ -184,7 +184,7 @@ class Reader {
     return set;
   }
 
-  const std::string& text_;
+  std::string text_;  // as UTF-8 once parsed
   std::string file_;
   std::unordered_map<std::string, std::string> nameById_;
   std::unordered_map<std::string, std::set<double>> categoryValues_;

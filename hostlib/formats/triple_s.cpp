@@ -174,7 +174,7 @@ class Reader {
     }
   }
 
-  const std::string& text_;
+  std::string text_;  // as UTF-8 once parsed
   std::string file_;
   std::vector<VariableSet> sets_;  // one per multiple variable, in order
 };

@@ -1,8 +1,12 @@
 #include "hostlib/formats/xml.h"
 
 #include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdint>
 
 #include "hostlib/data/dataset.h"
+#include "hostlib/strings/unicode.h"
 
 namespace hostlib::formats::xml {
 namespace {
@@ -21,11 +25,84 @@ std::string Trimmed(std::string_view text) {
   return std::string(text.substr(begin, end - begin + 1));
 }
 
+// The encoding the XML declaration names, in lower case; empty when none.
+std::string DeclaredEncoding(std::string_view text) {
+  if (text.substr(0, 3) == "\xEF\xBB\xBF") text.remove_prefix(3);
+  if (text.substr(0, 5) != "<?xml") return {};
+  const std::string_view declaration = text.substr(0, text.find("?>"));
+  const auto key = declaration.find("encoding");
+  if (key == std::string_view::npos) return {};
+  const auto open = declaration.find_first_of("\"'", key);
+  if (open == std::string_view::npos) return {};
+  const auto close = declaration.find(declaration[open], open + 1);
+  if (close == std::string_view::npos) return {};
+  std::string name(declaration.substr(open + 1, close - open - 1));
+  for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return name;
+}
+
+bool IsLatin1(std::string_view encoding) {
+  return encoding == "iso-8859-1" || encoding == "iso8859-1" || encoding == "latin1" ||
+         encoding == "latin-1" || encoding == "l1";
+}
+
+bool IsWindows1252(std::string_view encoding) {
+  return encoding == "windows-1252" || encoding == "cp1252";
+}
+
+// Windows-1252 where it differs from ISO-8859-1 (0x80 to 0x9F); 0 where it
+// has no character, kept then as ISO-8859-1 has it.
+constexpr std::array<std::uint16_t, 32> kWindows1252High = {
+    0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0,      0x017D, 0,      0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
+
+std::string ToUtf8(std::string_view text, bool windows1252) {
+  std::string out;
+  out.reserve(text.size() + text.size() / 8);
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    std::int32_t codePoint = byte;
+    if (windows1252 && byte >= 0x80 && byte < 0xA0 && kWindows1252High[byte - 0x80] != 0) {
+      codePoint = kWindows1252High[byte - 0x80];
+    }
+    strings::AppendCodePoint(out, codePoint);
+  }
+  return out;
+}
+
+// Whatever the file's encoding, the document is read as UTF-8: the names
+// and labels go on into UTF-8 files. Files that declare no encoding or
+// UTF-8 must be UTF-8; ISO-8859-1 and Windows-1252 are converted in place (the
+// lines stay where they were); false for a file with a UTF-16 or UTF-32 byte
+// order mark, which the parser converts.
+bool MakeUtf8(std::string& text, const std::string& file) {
+  if (text.rfind("\xFF\xFE", 0) == 0 || text.rfind("\xFE\xFF", 0) == 0) return false;
+  const std::string encoding = DeclaredEncoding(text);
+  if (IsLatin1(encoding) || IsWindows1252(encoding)) {
+    text = ToUtf8(text, IsWindows1252(encoding));
+    return true;
+  }
+  if (!encoding.empty() && encoding != "utf-8" && encoding != "utf8" && encoding != "us-ascii" &&
+      encoding != "ascii") {
+    throw data::DatasetError(file + ": line 1: the encoding \"" + encoding +
+                             "\" is not supported (UTF-8, ISO-8859-1 or Windows-1252)");
+  }
+  const std::size_t valid = strings::ValidUtf8Length(text);
+  if (valid < text.size()) {
+    throw data::DatasetError(file + ": line " +
+                             std::to_string(LineOf(text, static_cast<std::ptrdiff_t>(valid))) +
+                             ": the text is not UTF-8 (declare its encoding)");
+  }
+  return true;
+}
+
 }  // namespace
 
-void Parse(pugi::xml_document& document, const std::string& text, const std::string& file) {
+void Parse(pugi::xml_document& document, std::string& text, const std::string& file) {
+  const auto encoding = MakeUtf8(text, file) ? pugi::encoding_utf8 : pugi::encoding_auto;
   const pugi::xml_parse_result result =
-      document.load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8);
+      document.load_buffer(text.data(), text.size(), pugi::parse_default, encoding);
   if (!result) {
     throw data::DatasetError(file + ": line " + std::to_string(LineOf(text, result.offset)) +
                              ": not well-formed XML: " + result.description());

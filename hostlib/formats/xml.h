@@ -11,8 +11,10 @@
 
 namespace hostlib::formats::xml {
 
-// Throws DatasetError "FILE: line N: not well-formed XML: WHY".
-void Parse(pugi::xml_document& document, const std::string& text, const std::string& file);
+// Converts `text` to UTF-8 in place (from the encoding it declares) and
+// parses it. Throws DatasetError "FILE: line N: not well-formed XML: WHY", or
+// names the bytes that are not in the declared encoding.
+void Parse(pugi::xml_document& document, std::string& text, const std::string& file);
 
 // The name without its namespace prefix.
 std::string_view LocalName(const pugi::xml_node& node);

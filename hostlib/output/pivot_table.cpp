@@ -50,8 +50,8 @@ hostlib::output::Cell* FindCell(std::size_t table, int dimension, int category) 
 
 }  // namespace
 
-BpAnnotation::BpAnnotation(int textHandle, int secondHandle, bool flag)
-    : textHandle_(textHandle), secondHandle_(secondHandle), flag_(flag) {}
+BpAnnotation::BpAnnotation(int textHandle, int /*secondHandle*/, bool /*flag*/)
+    : textHandle_(textHandle) {}
 
 BpCategory::BpCategory(std::size_t table, int dimension, int category)
     : table_(table), dimension_(dimension), category_(category) {}

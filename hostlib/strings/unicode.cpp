@@ -75,15 +75,20 @@ std::string UpperCase(std::string_view text) {
 
 std::string FoldCase(std::string_view text) { return MapCharacters(text, SimpleFold, AsciiLower); }
 
-bool IsValidUtf8(std::string_view text) {
-  for (std::size_t offset = 0; offset < text.size();) {
-    const Decoded decoded = DecodeAt(text, offset);
-    if (!decoded.valid) {
-      return false;
+bool IsValidUtf8(std::string_view text) { return ValidUtf8Length(text) == text.size(); }
+
+std::size_t ValidUtf8Length(std::string_view text) {
+  std::size_t offset = 0;
+  while (offset < text.size()) {
+    if (static_cast<unsigned char>(text[offset]) < 0x80) {
+      ++offset;
+      continue;
     }
+    const Decoded decoded = DecodeAt(text, offset);
+    if (!decoded.valid) break;
     offset += decoded.length;
   }
-  return true;
+  return offset;
 }
 
 int DisplayWidth(std::string_view text) {

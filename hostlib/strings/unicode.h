@@ -19,6 +19,9 @@ std::string UpperCase(std::string_view text);
 std::string FoldCase(std::string_view text);
 
 bool IsValidUtf8(std::string_view text);
+// How many bytes from the start form UTF-8: the offset of the first bad byte,
+// or the text's size.
+std::size_t ValidUtf8Length(std::string_view text);
 
 // Terminal columns: combining marks and controls 0, wide characters 2.
 int DisplayWidth(std::string_view text);

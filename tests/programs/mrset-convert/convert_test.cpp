@@ -211,6 +211,11 @@ TEST_F(ConvertTest, BadFilesAreRefusedWithPlaceAndFaultAndNothingIsWritten) {
        "pos.sss: line 2: the start of <position> must be a whole number from 1 up"},
       {"ragged.csv", "a,b\n1,2\n3\n", "ragged.csv: line 3: has 1 fields; the header has 2"},
       {"quote.csv", "a,b\n1,\"2\n", "quote.csv: line 2: a quoted field is not closed"},
+      {"latin.csv", "a,b\n1,2\n3,caf\xE9\n", "latin.csv: line 3: the text is not UTF-8"},
+      {"latin.xml", "<codeBook>\n<dataDscr><var name=\"caf\xE9\"/></dataDscr></codeBook>",
+       "latin.xml: line 2: the text is not UTF-8"},
+      {"ebcdic.sss", "<?xml version=\"1.0\" encoding=\"EBCDIC-US\"?><sss/>",
+       "ebcdic.sss: line 1: the encoding \"ebcdic-us\" is not supported"},
   };
   for (const auto& c : cases) {
     WriteFile(dir_ / c.name, c.contents);
@@ -219,6 +224,23 @@ TEST_F(ConvertTest, BadFilesAreRefusedWithPlaceAndFaultAndNothingIsWritten) {
     EXPECT_NE(result.output.find(c.message), std::string::npos) << c.name << ": " << result.output;
     EXPECT_FALSE(fs::exists(dir_ / "out.json")) << c.name;
     EXPECT_FALSE(fs::exists(dir_ / "out.mrs")) << c.name;
+  }
+}
+
+// Labels in the encoding the file declares reach the codebook as UTF-8.
+TEST_F(ConvertTest, DeclaredSingleByteEncodingsBecomeUtf8) {
+  for (const char* encoding : {"ISO-8859-1", "windows-1252"}) {
+    WriteFile(dir_ / "archive.xml",
+              std::string("<?xml version=\"1.0\" encoding=\"") + encoding +
+                  "\"?>\n<codeBook><dataDscr><var name=\"a\"><labl>Caf\xE9 \x80</labl></var>"
+                  "</dataDscr></codeBook>");
+    fs::remove(dir_ / "out.json");
+    ASSERT_EQ(Convert("archive.xml out.json").exit, 0) << encoding;
+    const std::string label =
+        Json::parse(ReadFile(dir_ / "out.json"))["fields"][0].value("title", "");
+    EXPECT_EQ(label,
+              std::string(encoding) == "ISO-8859-1" ? "Caf\u00e9 \u0080" : "Caf\u00e9 \u20ac")
+        << encoding;
   }
 }
 

@@ -1,0 +1,62 @@
+// A dataset file from someone else, opened, changed and saved as the program
+// does, then read back: whatever the file holds, the store either refuses it
+// with a message or saves sets that read back as they were saved.
+//
+// Built twice: MRSET_FUZZ_FILE_NAME names the file, and so the store that a
+// new file gets (dataset.json: the codebook; dataset.db: the database).
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <optional>
+#include <vector>
+
+#include "fuzz/fuzz_files.h"
+#include "hostlib/data/dataset_store.h"
+#include "hostlib/data/open_dataset_store.h"
+#include "hostlib/files/files.h"
+
+namespace {
+
+using hostlib::data::Dataset;
+using hostlib::data::DatasetError;
+
+// A set over the first two variables, replacing the file's own sets (or
+// added to them when there are few).
+std::vector<VariableSet> ChangedSets(const Dataset& dataset) {
+  std::vector<VariableSet> sets = dataset.MultipleResponseSets();
+  if (dataset.ColumnCount() < 2) return sets;
+  VariableSet added("$fuzz", VariableSet::kMultipleCategorySet);
+  added.SetLabel("Added by the fuzzer");
+  added.AddVariableName(dataset.Variable(0).GetName());
+  added.AddVariableName(dataset.Variable(1).GetName());
+  if (sets.size() > 4) sets.erase(sets.begin());
+  sets.push_back(added);
+  return sets;
+}
+
+void OpenChangeAndSave(const std::filesystem::path& path) {
+  const auto store = hostlib::data::OpenDatasetStore(path);
+  Dataset dataset = store->Load();
+  {
+    hostlib::data::CommandScope scope(*store, std::chrono::milliseconds(0));
+    if (scope.Reloaded()) dataset = *scope.Reloaded();
+    dataset.ReplaceMultipleResponseSets(ChangedSets(dataset));
+    if (store->WouldChange(dataset)) store->Save(dataset);
+    scope.Finish();
+  }
+  const Dataset reread = hostlib::data::OpenDatasetStore(path)->Load();
+  if (reread.MultipleResponseSets() != dataset.MultipleResponseSets()) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const auto path = fuzzing::WriteInput(MRSET_FUZZ_FILE_NAME, data, size);
+  try {
+    OpenChangeAndSave(path);
+  } catch (const DatasetError&) {
+  } catch (const hostlib::files::FileError&) {
+  }
+  return 0;
+}
