@@ -166,8 +166,11 @@ class Reader {
       set.SetLabel(label);
       for (std::size_t i = 0; i < subfields; ++i) {
         const std::string member = name + "_" + std::to_string(i + 1);
-        Add(survey, variable, VORN_Variable(member, 0, label, Labels(values)),
-            {survey.csvData ? start + i : start + i * subWidth, subWidth, std::nullopt});
+        // Each member labelled apart, so that a list of the members tells them apart.
+        const std::string memberLabel =
+            label.empty() ? std::string() : label + " (" + std::to_string(i + 1) + ")";
+        Add(survey, variable, VORN_Variable(member, 0, memberLabel, Labels(values)),
+            {survey.csvData ? start + i : start + i * subWidth, subWidth, std::nullopt, true});
         set.AddVariableName(member);
       }
       sets_.push_back(std::move(set));
@@ -203,7 +206,9 @@ std::string Cell(const TripleSColumn& column, std::string_view field) {
     if (*column.bit >= field.size() || field[*column.bit] == ' ') return {};
     return field[*column.bit] == '0' ? "0" : "1";
   }
-  return Trim(field);
+  std::string value = Trim(field);
+  if (column.zeroIsEmpty && value.find_first_not_of('0') == std::string::npos) value.clear();
+  return value;
 }
 
 }  // namespace

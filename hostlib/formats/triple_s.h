@@ -20,6 +20,7 @@ struct TripleSColumn {
   std::size_t start = 0;           // from 1: the column (fixed) or field (CSV)
   std::size_t width = 0;           // characters (fixed) of this variable's value
   std::optional<std::size_t> bit;  // a bitstring member: which character of the field
+  bool zeroIsEmpty = false;        // a spread subfield: zeros fill the unused ones
 };
 
 struct TripleSSurvey {

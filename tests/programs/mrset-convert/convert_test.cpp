@@ -130,12 +130,13 @@ TEST_F(ConvertTest, TripleSBitstringAndSpreadBecomeSetsAndTheDataACsv) {
   EXPECT_EQ(sets[1]["type"], "categories");
   EXPECT_EQ(sets[1]["variables"], Json({"brands_1", "brands_2"}));
   EXPECT_EQ(codebook["fields"][1]["title"], "Press");
+  EXPECT_EQ(codebook["fields"][5]["title"], "Brands bought (2)");
   EXPECT_EQ(codebook["fields"][7]["constraints"]["maxLength"], 6);
   EXPECT_EQ(codebook["fields"][7]["title"], "Town");
   EXPECT_EQ(ReadFile(dir_ / "study.csv"),
             "gender,media_1,media_2,media_3,brands_1,brands_2,age,town,member\r\n"
             "1,1,0,1,1,12,34,Leeds,1\r\n"
-            "2,0,1,0,12,00,19,York,0\r\n");
+            "2,0,1,0,12,,19,York,0\r\n");  // zeros fill an unused subfield
 }
 
 TEST_F(ConvertTest, DdiImportTakesGroupsAndTellsDichotomiesFromCodes) {
