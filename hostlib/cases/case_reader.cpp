@@ -23,7 +23,7 @@ using hostlib::cases::Record;
 
 constexpr std::size_t kBlockSize = std::size_t{1} << 20;
 constexpr std::size_t kLongestRecord = std::size_t{256} << 20;
-constexpr std::size_t kBatchCases = 4096;
+constexpr std::size_t kBatchCases = 256;
 
 class File {
  public:
