@@ -62,7 +62,7 @@ __attribute__((always_inline)) inline std::uint64_t PrefixXor(std::uint64_t bits
 
 }  // namespace
 
-CsvScanner::CsvScanner(Dialect dialect) : dialect_(dialect) {}
+CsvScanner::CsvScanner(Dialect dialect, bool vectors) : dialect_(dialect), vectors_(vectors) {}
 
 void CsvScanner::Want(const std::vector<std::size_t>& columns) {
   wantAll_ = columns.empty();

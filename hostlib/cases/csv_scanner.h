@@ -38,7 +38,9 @@ class CsvScanner {
   // their contents do not matter).
   static constexpr std::size_t kPadding = 64;
 
-  explicit CsvScanner(Dialect dialect);
+  // `vectors`: with the processor's vector instructions where it has them
+  // (else byte by byte, the same results).
+  explicit CsvScanner(Dialect dialect, bool vectors = true);
 
   // Which fields to hand over from now on, by zero-based column; an empty
   // list hands over every field (the header).
@@ -63,6 +65,7 @@ class CsvScanner {
   void KeepField(std::size_t column, const char* begin, const char* end, bool lastOfRecord);
 
   Dialect dialect_;
+  bool vectors_;
   bool wantAll_ = true;
   std::vector<std::size_t> nextWanted_;  // per column: the first wanted column at or after it
   std::vector<std::string_view> fields_;
