@@ -111,7 +111,8 @@ class CaseScan {
   CaseScan(std::string fileName, const hostlib::cases::CaseSource& source,
            const hostlib::cases::CaseReading& reading)
       : fileName_(std::move(fileName)),
-        scanner_(source.dialect, reading.vectors),
+        scanner_(source.dialect, reading.vectors ? hostlib::cases::Instructions::kBest
+                                                 : hostlib::cases::Instructions::kScalar),
         missingValues_(source.missingValues),
         onlyEmptyIsMissing_(missingValues_.size() == 1 && missingValues_.front().empty()) {
     Env& env = reading.env != nullptr ? *reading.env : hostlib::files::DefaultEnv();
