@@ -1,7 +1,9 @@
-// VORN_CaseReader: the active case source read block by block through the
-// CSV scanner, a batch of converted cases at a time. Where there is a second
-// processor, a second thread reads, scans and converts the next batches while
-// the command counts the current one; the cases come in file order either way.
+// VORN_CaseReader: the active case source read block by block. The reading
+// side reads a block, scans its whole records and keeps the wanted fields of
+// each (a batch); the counting side converts a batch's fields to values a few
+// hundred cases at a time. Where there is a second processor the reading side
+// runs on a thread of its own, a few batches ahead; the cases come in file
+// order either way, and so do the faults.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -30,9 +32,10 @@ using hostlib::files::Env;
 
 constexpr std::size_t kBlockSize = std::size_t{1} << 20;
 constexpr std::size_t kLongestRecord = std::size_t{256} << 20;
-// Cases per batch, and batches between the reading thread and the counting.
-constexpr std::size_t kBatchCases = 2048;
+// Batches between the reading thread and the counting, and cases converted
+// at a time (their values stay in the first-level cache).
 constexpr std::size_t kBatches = 4;
+constexpr std::size_t kConvertedCases = 256;
 
 class File {
  public:
@@ -58,11 +61,43 @@ class File {
   int fd_;
 };
 
-// Converted cases: slot `slot` of case `row` at [row * width + slot].
+// Bytes that growing leaves uninitialised (a block is read into them).
+class Bytes {
+ public:
+  char* data() { return data_.get(); }
+  const char* data() const { return data_.get(); }
+  std::size_t size() const { return size_; }
+  // Keeps the first min(size, new size) bytes.
+  void resize(std::size_t size) {
+    if (size > capacity_) {
+      const std::size_t capacity = std::max(size, capacity_ * 2);
+      auto grown = std::make_unique_for_overwrite<char[]>(capacity);
+      if (size_ > 0) std::memcpy(grown.get(), data_.get(), size_);
+      data_ = std::move(grown);
+      capacity_ = capacity;
+    }
+    size_ = size;
+  }
+  void assign(const char* begin, const char* end) {
+    size_ = 0;
+    resize(static_cast<std::size_t>(end - begin));
+    if (begin != end) std::memcpy(data_.get(), begin, size_);
+  }
+
+ private:
+  std::unique_ptr<char[]> data_;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
+};
+
+// The whole records of one block: the wanted fields of case `i` at
+// fields[i * width + slot], pointing into `bytes` or, for a quoted field, into
+// `unquoted`.
 struct Batch {
-  std::vector<double> numbers;
-  std::vector<unsigned char> missing;
-  std::vector<std::string> texts;
+  Bytes bytes;
+  std::vector<std::string_view> fields;
+  std::deque<std::string> unquoted;
+  std::uint64_t firstRow = 0;  // the row number of the first case
   std::size_t cases = 0;
 };
 
@@ -105,52 +140,40 @@ bool ParseNumber(std::string_view text, double& value) {
   return true;
 }
 
-// The reading side: the file, the scanner and the conversion of fields.
+// The reading side: the file, the scanner, the header and the batches.
 class CaseScan {
  public:
   CaseScan(std::string fileName, const hostlib::cases::CaseSource& source,
            const hostlib::cases::CaseReading& reading)
       : fileName_(std::move(fileName)),
         scanner_(source.dialect, reading.vectors ? hostlib::cases::Instructions::kBest
-                                                 : hostlib::cases::Instructions::kScalar),
-        missingValues_(source.missingValues),
-        onlyEmptyIsMissing_(missingValues_.size() == 1 && missingValues_.front().empty()) {
+                                                 : hostlib::cases::Instructions::kScalar) {
     Env& env = reading.env != nullptr ? *reading.env : hostlib::files::DefaultEnv();
     file_ = std::make_unique<File>(env, source.path);
-    if (!file_->IsOpen()) {
-      Fail(fileName_ + ": cannot be opened: " + std::strerror(errno));
-      return;
-    }
-    buffer_.resize(kBlockSize + CsvScanner::kPadding);
+    if (!file_->IsOpen()) Fail(fileName_ + ": cannot be opened: " + std::strerror(errno));
   }
 
   const std::string& Error() const { return error_; }
-  std::size_t Width() const { return width_; }
+  const std::vector<std::string>& Names() const { return names_; }
+  const std::vector<bool>& Numeric() const { return numeric_; }
 
   bool Start(const VORN_DataSource& source, const std::vector<int>& variables) {
     return error_.empty() && ReadHeader() && MatchColumns(source, variables);
   }
 
-  void Shape(Batch& batch) const {
-    batch.numbers.resize(kBatchCases * width_);
-    batch.missing.resize(kBatchCases * width_);
-    batch.texts.resize(kBatchCases * width_);
-  }
-
-  // Converts the next cases into `batch`; false once nothing more can come
-  // (the end, or a fault: then the batch holds no case).
+  // Scans the next block into `batch`; false once nothing more can come (the
+  // end, or a fault after the batch's cases).
   bool Fill(Batch& batch) {
-    batch_ = &batch;
+    batch.fields.clear();
+    batch.unquoted.clear();
     batch.cases = 0;
-    const auto onRecord = [this](const Record& record) { return Keep(record); };
-    bool more = true;
+    batch.firstRow = scanner_.RecordsSeen() + 1;
+    bool more = false;
     try {
-      while (batch.cases < kBatchCases && error_.empty() && (more = ScanSome(onRecord))) {
-      }
+      more = ScanBlock(batch.bytes, [&](const Record& record) { return Keep(batch, record); });
     } catch (const std::bad_alloc&) {
       Fail(fileName_ + ": there is not enough memory to read it.");
     }
-    if (!error_.empty()) batch.cases = 0;
     return more && error_.empty();
   }
 
@@ -159,67 +182,66 @@ class CaseScan {
     if (error_.empty()) error_ = std::move(text);
   }
 
-  std::string Where(std::uint64_t row, const std::string& column) const {
-    return fileName_ + ", row " + std::to_string(row) + ", column \"" + column + "\": ";
-  }
-
-  // Moves the unread bytes to the front and reads more behind them.
-  bool ReadMore() {
-    if (endOfFile_) return false;
-    std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
-    end_ -= begin_;
-    begin_ = 0;
-    const std::size_t capacity = buffer_.size() - CsvScanner::kPadding;
-    if (end_ == capacity) {
-      if (capacity >= kLongestRecord) {
-        Fail(fileName_ + ": a row is longer than " + std::to_string(kLongestRecord >> 20) +
-             " MB; is a quote left open?");
-        return false;
-      }
-      buffer_.resize(capacity * 2 + CsvScanner::kPadding);
+  // Reads up to a block more behind the first `size` bytes; false on a fault.
+  bool ReadMore(Bytes& bytes, std::size_t& size) {
+    if (size >= kLongestRecord) {
+      Fail(fileName_ + ": a row is longer than " + std::to_string(kLongestRecord >> 20) +
+           " MB; is a quote left open?");
+      return false;
     }
-    const long got =
-        file_->Read(buffer_.data() + end_, buffer_.size() - CsvScanner::kPadding - end_);
+    bytes.resize(size + kBlockSize + CsvScanner::kPadding);
+    const long got = file_->Read(bytes.data() + size, kBlockSize);
     if (got < 0) {
       Fail(fileName_ + ": cannot be read: " + std::strerror(errno));
       return false;
     }
     if (got == 0) endOfFile_ = true;
-    end_ += static_cast<std::size_t>(got);
+    size += static_cast<std::size_t>(got);
+    bytes.resize(size + CsvScanner::kPadding);
     return true;
   }
 
-  // Scans what the buffer holds; false when nothing more can come.
-  bool ScanSome(const std::function<bool(const Record&)>& onRecord) {
-    const std::size_t used =
-        scanner_.Scan(buffer_.data() + begin_, end_ - begin_, endOfFile_, onRecord);
-    begin_ += used;
-    if (scanner_.Unclosed()) {
-      Fail(fileName_ + ", row " + std::to_string(scanner_.RecordsSeen() + 1) +
-           ": a quoted field is not closed before the end of the file.");
-      return false;
+  // Puts the unfinished record of the block before and the next block into
+  // `bytes`, and scans the whole records there; the rest waits for the next
+  // block. False once nothing more can come.
+  bool ScanBlock(Bytes& bytes, const std::function<bool(const Record&)>& onRecord) {
+    bytes.assign(unfinished_.data(), unfinished_.data() + unfinished_.size());
+    unfinished_.resize(0);
+    std::size_t size = bytes.size();
+    for (;;) {
+      if (!endOfFile_ && !ReadMore(bytes, size)) return false;
+      bytes.resize(size + CsvScanner::kPadding);
+      const std::size_t used = scanner_.Scan(bytes.data(), size, endOfFile_, onRecord);
+      if (scanner_.Unclosed()) {
+        Fail(fileName_ + ", row " + std::to_string(scanner_.RecordsSeen() + 1) +
+             ": a quoted field is not closed before the end of the file.");
+        return false;
+      }
+      if (used > 0 || endOfFile_) {
+        unfinished_.assign(bytes.data() + used, bytes.data() + size);
+        bytes.resize(used);
+        return error_.empty() && !(endOfFile_ && unfinished_.size() == 0);
+      }
     }
-    if (!error_.empty()) return false;
-    if (used > 0) return true;
-    if (endOfFile_) return false;
-    return ReadMore();
   }
 
   bool ReadHeader() {
     bool done = false;
+    Bytes bytes;
     const auto onHeader = [&](const Record& record) {
       header_.assign(record.fields->begin(), record.fields->begin() + record.fieldCount);
       done = true;
       return false;
     };
-    while (!done && ScanSome(onHeader)) {
+    while (!done && ScanBlock(bytes, onHeader)) {
     }
-    if (!done) Fail(fileName_ + ": the file has no header row.");
+    if (!done) {
+      Fail(fileName_ + ": the file has no header row.");
+      return false;
+    }
     // A byte order mark is no part of the first name.
-    if (done && !header_.empty() && header_[0].rfind("\xEF\xBB\xBF", 0) == 0) {
-      header_[0].erase(0, 3);
-    }
-    return done;
+    if (!header_.empty() && header_[0].rfind("\xEF\xBB\xBF", 0) == 0) header_[0].erase(0, 3);
+    return true;
   }
 
   bool MatchColumns(const VORN_DataSource& source, const std::vector<int>& variables) {
@@ -240,71 +262,52 @@ class CaseScan {
       numeric_.push_back(variable.GetType() == 0);
       names_.push_back(name);
     }
-    width_ = columns_.size();
     scanner_.Want(columns_);
     return true;
   }
 
-  bool Keep(const Record& record) {
+  bool Keep(Batch& batch, const Record& record) {
     if (record.fieldCount != header_.size()) {
       const std::size_t column = std::min(record.fieldCount, header_.size());
       const std::string name =
           column < header_.size() ? header_[column] : "#" + std::to_string(column + 1);
-      Fail(Where(record.number, name) + "the row has " + std::to_string(record.fieldCount) +
+      Fail(fileName_ + ", row " + std::to_string(record.number) + ", column \"" + name +
+           "\": the row has " + std::to_string(record.fieldCount) +
            " fields where the header has " + std::to_string(header_.size()) + ".");
       return false;
     }
-    Batch& batch = *batch_;
-    const std::size_t first = batch.cases * width_;
-    for (std::size_t slot = 0; slot < width_; ++slot) {
-      const std::string_view field = (*record.fields)[columns_[slot]];
-      const std::size_t at = first + slot;
-      const bool isMissing = onlyEmptyIsMissing_
-                                 ? field.empty()
-                                 : std::find(missingValues_.begin(), missingValues_.end(), field) !=
-                                       missingValues_.end();
-      batch.missing[at] = isMissing ? 1 : 0;
-      if (!numeric_[slot]) {
-        batch.texts[at].assign(field);
-      } else if (isMissing) {
-        batch.numbers[at] = std::numeric_limits<double>::quiet_NaN();
-      } else if (!ParseNumber(field, batch.numbers[at])) {
-        Fail(Where(record.number, names_[slot]) + "\"" + std::string(field) +
-             "\" is not a number.");
-        return false;
+    const char* bytesBegin = batch.bytes.data();
+    const char* bytesEnd = bytesBegin + batch.bytes.size();
+    for (const std::size_t column : columns_) {
+      std::string_view field = (*record.fields)[column];
+      if (!field.empty() && (field.data() < bytesBegin || field.data() >= bytesEnd)) {
+        // The scanner's text of a quoted field lasts only until its next record.
+        field = batch.unquoted.emplace_back(field);
       }
+      batch.fields.push_back(field);
     }
     ++batch.cases;
-    return batch.cases < kBatchCases;
+    return true;
   }
 
   std::string error_;
   std::string fileName_;
   CsvScanner scanner_;
-  std::vector<std::string> missingValues_;
-  bool onlyEmptyIsMissing_;
   std::unique_ptr<File> file_;
-  std::vector<char> buffer_;
-  std::size_t begin_ = 0;
-  std::size_t end_ = 0;
+  Bytes unfinished_;
   bool endOfFile_ = false;
 
   std::vector<std::size_t> columns_;  // per slot
   std::vector<bool> numeric_;         // per slot
   std::vector<std::string> names_;    // per slot
   std::vector<std::string> header_;
-  std::size_t width_ = 0;
-  Batch* batch_ = nullptr;
 };
 
 // Fills batches on a thread of its own, at most kBatches ahead of the reader.
 class ReadAhead {
  public:
   explicit ReadAhead(CaseScan& scan) : scan_(scan), batches_(kBatches) {
-    for (Batch& batch : batches_) {
-      scan_.Shape(batch);
-      empty_.push_back(&batch);
-    }
+    for (Batch& batch : batches_) empty_.push_back(&batch);
     thread_ = std::thread([this] { Run(); });
   }
   ReadAhead(const ReadAhead&) = delete;
@@ -330,7 +333,6 @@ class ReadAhead {
     if (full_.empty()) return nullptr;
     Batch* next = full_.front();
     full_.pop_front();
-    changed_.notify_all();
     return next;
   }
 
@@ -375,14 +377,32 @@ class ReadAhead {
 
 struct VORN_CaseReader::Impl {
   std::string error;
+  std::string fileName;
+  std::vector<std::string> missingValues;
+  bool onlyEmptyIsMissing = false;
+  std::vector<std::string> names;  // per slot
+  std::vector<bool> numeric;       // per slot
+  std::size_t width = 0;
+
   std::unique_ptr<CaseScan> scan;
   std::unique_ptr<ReadAhead> readAhead;  // none: batches are filled here
   Batch own;
   Batch* batch = nullptr;
+  std::size_t nextInBatch = 0;  // the first case of the batch not converted yet
   bool ended = false;
-  std::size_t width = 0;
+
+  // The converted cases: slot `slot` of case `i` at [i * width + slot].
+  std::vector<double> numbers;
+  std::vector<unsigned char> missing;
+  std::vector<std::string> texts;
+  std::size_t converted = 0;
   std::size_t current = 0;
   std::uint64_t cases = 0;
+
+  void End(std::string text) {
+    ended = true;
+    if (error.empty()) error = std::move(text);
+  }
 
   bool NextBatch() {
     if (readAhead) {
@@ -390,13 +410,49 @@ struct VORN_CaseReader::Impl {
     } else {
       batch = scan->Fill(own) || own.cases > 0 ? &own : nullptr;
     }
-    current = 0;
-    if (batch == nullptr) {
-      ended = true;
-      // The reading thread has finished: its fault can be read.
-      error = scan->Error();
-    }
+    nextInBatch = 0;
+    // Without a batch the scan has ended (the reading thread too): its fault
+    // can be read.
+    if (batch == nullptr) End(scan->Error());
     return batch != nullptr;
+  }
+
+  // Converts the next cases of the batch; false at the end or on a fault.
+  bool Convert() {
+    if ((batch == nullptr || nextInBatch == batch->cases) && !NextBatch()) return false;
+    converted = std::min(kConvertedCases, batch->cases - nextInBatch);
+    for (std::size_t i = 0; i < converted; ++i) {
+      const std::string_view* fields = batch->fields.data() + (nextInBatch + i) * width;
+      for (std::size_t slot = 0; slot < width; ++slot) {
+        if (!ConvertField(fields[slot], i * width + slot)) {
+          End(fileName + ", row " + std::to_string(batch->firstRow + nextInBatch + i) +
+              ", column \"" + names[slot] + "\": \"" + std::string(fields[slot]) +
+              "\" is not a number.");
+          return false;
+        }
+      }
+    }
+    nextInBatch += converted;
+    current = 0;
+    return true;
+  }
+
+  bool ConvertField(std::string_view field, std::size_t at) {
+    const std::size_t slot = at % width;
+    const bool isMissing =
+        onlyEmptyIsMissing
+            ? field.empty()
+            : std::find(missingValues.begin(), missingValues.end(), field) != missingValues.end();
+    missing[at] = isMissing ? 1 : 0;
+    if (!numeric[slot]) {
+      texts[at].assign(field);
+      return true;
+    }
+    if (isMissing) {
+      numbers[at] = std::numeric_limits<double>::quiet_NaN();
+      return true;
+    }
+    return ParseNumber(field, numbers[at]);
   }
 };
 
@@ -406,27 +462,31 @@ VORN_CaseReader::VORN_CaseReader(const std::vector<int>& variables)
   const VORN_DataSource* data = hostlib::Session::Instance().RootSource();
   Impl& impl = *impl_;
   if (!source || data == nullptr) {
-    impl.error = "The dataset names no case data (a \"path\" in its codebook, or --cases FILE).";
-    impl.ended = true;
+    impl.End("The dataset names no case data (a \"path\" in its codebook, or --cases FILE).");
     return;
   }
   const hostlib::cases::CaseReading& reading = hostlib::cases::CurrentCaseReading();
-  impl.scan = std::make_unique<CaseScan>(source->path.string(), *source, reading);
+  impl.fileName = source->path.string();
+  impl.missingValues = source->missingValues;
+  impl.onlyEmptyIsMissing = impl.missingValues.size() == 1 && impl.missingValues.front().empty();
+  impl.scan = std::make_unique<CaseScan>(impl.fileName, *source, reading);
   if (!impl.scan->Start(*data, variables)) {
-    impl.error = impl.scan->Error();
-    impl.ended = true;
+    impl.End(impl.scan->Error());
     return;
   }
-  impl.width = impl.scan->Width();
+  impl.names = impl.scan->Names();
+  impl.numeric = impl.scan->Numeric();
+  impl.width = impl.names.size();
+  impl.numbers.resize(kConvertedCases * impl.width);
+  impl.missing.resize(kConvertedCases * impl.width);
+  impl.texts.resize(kConvertedCases * impl.width);
   if (reading.readAhead && std::thread::hardware_concurrency() > 1) {
     try {
       impl.readAhead = std::make_unique<ReadAhead>(*impl.scan);
-      return;
     } catch (const std::system_error&) {
       // No thread to be had: the batches are filled here.
     }
   }
-  impl.scan->Shape(impl.own);
 }
 
 VORN_CaseReader::~VORN_CaseReader() = default;
@@ -434,9 +494,9 @@ VORN_CaseReader::~VORN_CaseReader() = default;
 bool VORN_CaseReader::NextCase() {
   Impl& impl = *impl_;
   if (impl.ended) return false;
-  if (impl.batch != nullptr && impl.current + 1 < impl.batch->cases) {
+  if (impl.current + 1 < impl.converted) {
     ++impl.current;
-  } else if (!impl.NextBatch()) {
+  } else if (!impl.Convert()) {
     return false;
   }
   ++impl.cases;
@@ -448,20 +508,20 @@ const std::string& VORN_CaseReader::ErrorText() const { return impl_->error; }
 std::uint64_t VORN_CaseReader::CaseCount() const { return impl_->cases; }
 
 bool VORN_CaseReader::IsMissing(std::size_t slot) const {
-  return impl_->batch->missing[impl_->current * impl_->width + slot] != 0;
+  return impl_->missing[impl_->current * impl_->width + slot] != 0;
 }
 double VORN_CaseReader::Number(std::size_t slot) const {
-  return impl_->batch->numbers[impl_->current * impl_->width + slot];
+  return impl_->numbers[impl_->current * impl_->width + slot];
 }
 std::string_view VORN_CaseReader::Text(std::size_t slot) const {
-  return impl_->batch->texts[impl_->current * impl_->width + slot];
+  return impl_->texts[impl_->current * impl_->width + slot];
 }
 const double* VORN_CaseReader::Numbers() const {
-  return impl_->batch->numbers.data() + impl_->current * impl_->width;
+  return impl_->numbers.data() + impl_->current * impl_->width;
 }
 const unsigned char* VORN_CaseReader::MissingFlags() const {
-  return impl_->batch->missing.data() + impl_->current * impl_->width;
+  return impl_->missing.data() + impl_->current * impl_->width;
 }
 const std::string* VORN_CaseReader::Texts() const {
-  return impl_->batch->texts.data() + impl_->current * impl_->width;
+  return impl_->texts.data() + impl_->current * impl_->width;
 }
