@@ -168,13 +168,14 @@ class CaseScan {
     batch.unquoted.clear();
     batch.cases = 0;
     batch.firstRow = scanner_.RecordsSeen() + 1;
-    bool more = false;
+    if (ended_) return false;
     try {
-      more = ScanBlock(batch.bytes, [&](const Record& record) { return Keep(batch, record); });
+      ended_ = !ScanBlock(batch.bytes, [&](const Record& record) { return Keep(batch, record); });
     } catch (const std::bad_alloc&) {
       Fail(fileName_ + ": there is not enough memory to read it.");
     }
-    return more && error_.empty();
+    ended_ = ended_ || !error_.empty();
+    return !ended_;
   }
 
  private:
@@ -296,6 +297,7 @@ class CaseScan {
   std::unique_ptr<File> file_;
   Bytes unfinished_;
   bool endOfFile_ = false;
+  bool ended_ = false;  // at the end of the file or at a fault
 
   std::vector<std::size_t> columns_;  // per slot
   std::vector<bool> numeric_;         // per slot
