@@ -30,7 +30,7 @@ using hostlib::cases::CsvScanner;
 using hostlib::cases::Record;
 using hostlib::files::Env;
 
-constexpr std::size_t kBlockSize = std::size_t{1} << 20;
+constexpr std::size_t kBlockSize = std::size_t{256} << 10;
 constexpr std::size_t kLongestRecord = std::size_t{256} << 20;
 // Batches between the reading thread and the counting, and cases converted
 // at a time (their values stay in the first-level cache).
