@@ -279,13 +279,16 @@ class CaseScan {
     }
     const char* bytesBegin = batch.bytes.data();
     const char* bytesEnd = bytesBegin + batch.bytes.size();
+    const std::size_t first = batch.fields.size();
+    batch.fields.resize(first + columns_.size());
+    std::string_view* kept = batch.fields.data() + first;
     for (const std::size_t column : columns_) {
       std::string_view field = (*record.fields)[column];
       if (!field.empty() && (field.data() < bytesBegin || field.data() >= bytesEnd)) {
         // The scanner's text of a quoted field lasts only until its next record.
         field = batch.unquoted.emplace_back(field);
       }
-      batch.fields.push_back(field);
+      *kept++ = field;
     }
     ++batch.cases;
     return true;
@@ -426,7 +429,7 @@ struct VORN_CaseReader::Impl {
     for (std::size_t i = 0; i < converted; ++i) {
       const std::string_view* fields = batch->fields.data() + (nextInBatch + i) * width;
       for (std::size_t slot = 0; slot < width; ++slot) {
-        if (!ConvertField(fields[slot], i * width + slot)) {
+        if (!ConvertField(fields[slot], slot, i * width + slot)) {
           End(fileName + ", row " + std::to_string(batch->firstRow + nextInBatch + i) +
               ", column \"" + names[slot] + "\": \"" + std::string(fields[slot]) +
               "\" is not a number.");
@@ -439,8 +442,7 @@ struct VORN_CaseReader::Impl {
     return true;
   }
 
-  bool ConvertField(std::string_view field, std::size_t at) {
-    const std::size_t slot = at % width;
+  bool ConvertField(std::string_view field, std::size_t slot, std::size_t at) {
     const bool isMissing =
         onlyEmptyIsMissing
             ? field.empty()
