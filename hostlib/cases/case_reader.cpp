@@ -183,15 +183,18 @@ class CaseScan {
     if (error_.empty()) error_ = std::move(text);
   }
 
-  // Reads up to a block more behind the first `size` bytes; false on a fault.
+  // Reads up to a block more behind the first `size` bytes (as much as they
+  // are, for a record longer than a block, so that it is scanned again only
+  // a few times); false on a fault.
   bool ReadMore(Bytes& bytes, std::size_t& size) {
     if (size >= kLongestRecord) {
       Fail(fileName_ + ": a row is longer than " + std::to_string(kLongestRecord >> 20) +
            " MB; is a quote left open?");
       return false;
     }
-    bytes.resize(size + kBlockSize + CsvScanner::kPadding);
-    const long got = file_->Read(bytes.data() + size, kBlockSize);
+    const std::size_t wanted = std::max(kBlockSize, size);
+    bytes.resize(size + wanted + CsvScanner::kPadding);
+    const long got = file_->Read(bytes.data() + size, wanted);
     if (got < 0) {
       Fail(fileName_ + ": cannot be read: " + std::strerror(errno));
       return false;
