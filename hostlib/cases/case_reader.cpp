@@ -14,8 +14,11 @@
 #include <condition_variable>
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <limits>
+#include <memory>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 #include "host/case_data.h"
