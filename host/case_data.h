@@ -14,7 +14,11 @@
 //   from the header, a ragged row, a non-number in a numeric column, an
 //   unclosed quote) stops the reading: NextCase returns false from then on and
 //   ErrorText() names the file and, where there is one, the row (the header
-//   is row 1) and the column.
+//   is row 1) and the column, or the system's reason for a failed open or
+//   read. Of several faults, the first in file order is reported.
+// - The reader may read ahead on a thread of its own; the calls above come
+//   from the thread that made the reader, and values stay valid until the
+//   next NextCase.
 #pragma once
 
 #include <cstddef>

@@ -31,13 +31,20 @@ MrfreqClassifier::MrfreqClassifier(const MrfreqItem& item, std::vector<std::size
 bool MrfreqClassifier::Classify(const MrfreqCase& values, std::vector<int>& categories) {
   categories.clear();
   if (kind_ == MrfreqItem::kDichotomies) {
+    // Whether a member holds the counted value is a coin toss in survey data:
+    // every member is written and only the counted ones are kept, no branch.
+    categories.resize(slots_.size());
+    int* kept = categories.data();
+    std::size_t count = 0;
     for (std::size_t member = 0; member < slots_.size(); ++member) {
       const std::size_t slot = slots_[member];
-      if (values.IsMissing(slot)) continue;
-      const bool counted =
-          text_ ? values.Text(slot) == countedText_ : values.Number(slot) == countedNumber_;
-      if (counted) categories.push_back(static_cast<int>(member));
+      const bool counted = text_
+                               ? !values.IsMissing(slot) && values.Text(slot) == countedText_
+                               : values.Number(slot) == countedNumber_;  // a missing number is NaN
+      kept[count] = static_cast<int>(member);
+      count += counted ? 1 : 0;
     }
+    categories.resize(count);
     return true;
   }
   for (const std::size_t slot : slots_) {

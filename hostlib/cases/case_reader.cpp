@@ -1,5 +1,9 @@
-// VORN_CaseReader: the active case source read block by block through the
-// CSV scanner, a batch of converted cases at a time.
+// VORN_CaseReader: the active case source read block by block. The reading
+// side reads a block, scans its whole records and keeps the wanted fields of
+// each (a batch); the counting side converts a batch's fields to values a few
+// hundred cases at a time. Where there is a second processor the reading side
+// runs on a thread of its own, a few batches ahead; the cases come in file
+// order either way, and so do the faults.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -7,8 +11,15 @@
 #include <cerrno>
 #include <charconv>
 #include <cmath>
+#include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <functional>
 #include <limits>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <thread>
 
 #include "host/case_data.h"
 #include "host/data_source.h"
@@ -20,14 +31,19 @@ namespace {
 
 using hostlib::cases::CsvScanner;
 using hostlib::cases::Record;
+using hostlib::files::Env;
 
-constexpr std::size_t kBlockSize = std::size_t{1} << 20;
+constexpr std::size_t kBlockSize = std::size_t{256} << 10;
 constexpr std::size_t kLongestRecord = std::size_t{256} << 20;
-constexpr std::size_t kBatchCases = 4096;
+// Batches between the reading thread and the counting, and cases converted
+// at a time (their values stay in the first-level cache).
+constexpr std::size_t kBatches = 4;
+constexpr std::size_t kConvertedCases = 256;
 
 class File {
  public:
-  explicit File(const std::string& path) : fd_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
+  File(Env& env, std::filesystem::path path)
+      : env_(env), path_(std::move(path)), fd_(env_.Open(path_, O_RDONLY)) {}
   File(const File&) = delete;
   File& operator=(const File&) = delete;
   ~File() {
@@ -37,13 +53,55 @@ class File {
   // Bytes read, 0 at the end, -1 on failure.
   long Read(char* into, std::size_t size) {
     for (;;) {
-      const ssize_t got = ::read(fd_, into, size);
+      const ssize_t got = env_.Read(fd_, path_, into, size);
       if (got >= 0 || errno != EINTR) return static_cast<long>(got);
     }
   }
 
  private:
+  Env& env_;
+  std::filesystem::path path_;
   int fd_;
+};
+
+// Bytes that growing leaves uninitialised (a block is read into them).
+class Bytes {
+ public:
+  char* data() { return data_.get(); }
+  const char* data() const { return data_.get(); }
+  std::size_t size() const { return size_; }
+  // Keeps the first min(size, new size) bytes.
+  void resize(std::size_t size) {
+    if (size > capacity_) {
+      const std::size_t capacity = std::max(size, capacity_ * 2);
+      auto grown = std::make_unique_for_overwrite<char[]>(capacity);
+      if (size_ > 0) std::memcpy(grown.get(), data_.get(), size_);
+      data_ = std::move(grown);
+      capacity_ = capacity;
+    }
+    size_ = size;
+  }
+  void assign(const char* begin, const char* end) {
+    size_ = 0;
+    resize(static_cast<std::size_t>(end - begin));
+    if (begin != end) std::memcpy(data_.get(), begin, size_);
+  }
+
+ private:
+  std::unique_ptr<char[]> data_;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
+};
+
+// The whole records of one block: the wanted fields of case `i` at
+// fields[i * width + slot], pointing into `bytes` or, for a quoted field, into
+// `unquoted`.
+struct Batch {
+  Bytes bytes;
+  std::vector<std::string_view> fields;
+  std::deque<std::string> unquoted;
+  std::uint64_t firstRow = 0;  // the row number of the first case
+  std::size_t cases = 0;
 };
 
 bool SameNameAscii(std::string_view a, std::string_view b) {
@@ -85,158 +143,326 @@ bool ParseNumber(std::string_view text, double& value) {
   return true;
 }
 
-}  // namespace
-
-struct VORN_CaseReader::Impl {
-  std::string error;
-  std::string fileName;
-  std::unique_ptr<File> file;
-  std::vector<char> buffer;
-  std::size_t begin = 0;
-  std::size_t end = 0;
-  bool endOfFile = false;
-  std::unique_ptr<CsvScanner> scanner;
-  std::vector<std::string> missingValues;
-  bool onlyEmptyIsMissing = false;
-
-  std::vector<std::size_t> columns;  // per slot
-  std::vector<bool> numeric;         // per slot
-  std::vector<std::string> names;    // per slot
-  std::vector<std::string> header;
-
-  std::size_t width = 0;
-  std::vector<double> numbers;  // [case * width + slot]
-  std::vector<unsigned char> missing;
-  std::vector<std::string> texts;
-  std::size_t batchCases = 0;
-  std::size_t current = 0;
-  std::uint64_t cases = 0;
-
-  void Fail(std::string text) {
-    if (error.empty()) error = std::move(text);
+// The reading side: the file, the scanner, the header and the batches.
+class CaseScan {
+ public:
+  CaseScan(std::string fileName, const hostlib::cases::CaseSource& source,
+           const hostlib::cases::CaseReading& reading)
+      : fileName_(std::move(fileName)),
+        scanner_(source.dialect, reading.vectors ? hostlib::cases::Instructions::kBest
+                                                 : hostlib::cases::Instructions::kScalar) {
+    Env& env = reading.env != nullptr ? *reading.env : hostlib::files::DefaultEnv();
+    file_ = std::make_unique<File>(env, source.path);
+    if (!file_->IsOpen()) Fail(fileName_ + ": cannot be opened: " + std::strerror(errno));
   }
 
-  std::string Where(std::uint64_t row, const std::string& column) const {
-    return fileName + ", row " + std::to_string(row) + ", column \"" + column + "\": ";
+  const std::string& Error() const { return error_; }
+  const std::vector<std::string>& Names() const { return names_; }
+  const std::vector<bool>& Numeric() const { return numeric_; }
+
+  bool Start(const VORN_DataSource& source, const std::vector<int>& variables) {
+    return error_.empty() && ReadHeader() && MatchColumns(source, variables);
   }
 
-  // Moves the unread bytes to the front and reads more behind them.
-  bool ReadMore() {
-    if (endOfFile) return false;
-    std::memmove(buffer.data(), buffer.data() + begin, end - begin);
-    end -= begin;
-    begin = 0;
-    const std::size_t capacity = buffer.size() - CsvScanner::kPadding;
-    if (end == capacity) {
-      if (capacity >= kLongestRecord) {
-        Fail(fileName + ": a row is longer than " + std::to_string(kLongestRecord >> 20) +
-             " MB; is a quote left open?");
-        return false;
-      }
-      buffer.resize(capacity * 2 + CsvScanner::kPadding);
+  // Scans the next block into `batch`; false once nothing more can come (the
+  // end, or a fault after the batch's cases).
+  bool Fill(Batch& batch) {
+    batch.fields.clear();
+    batch.unquoted.clear();
+    batch.cases = 0;
+    batch.firstRow = scanner_.RecordsSeen() + 1;
+    if (ended_) return false;
+    try {
+      ended_ = !ScanBlock(batch.bytes, [&](const Record& record) { return Keep(batch, record); });
+    } catch (const std::bad_alloc&) {
+      Fail(fileName_ + ": there is not enough memory to read it.");
     }
-    const long got = file->Read(buffer.data() + end, buffer.size() - CsvScanner::kPadding - end);
-    if (got < 0) {
-      Fail(fileName + ": cannot be read: " + std::strerror(errno));
+    ended_ = ended_ || !error_.empty();
+    return !ended_;
+  }
+
+ private:
+  void Fail(std::string text) {
+    if (error_.empty()) error_ = std::move(text);
+  }
+
+  // Reads up to a block more behind the first `size` bytes (as much as they
+  // are, for a record longer than a block, so that it is scanned again only
+  // a few times); false on a fault.
+  bool ReadMore(Bytes& bytes, std::size_t& size) {
+    if (size >= kLongestRecord) {
+      Fail(fileName_ + ": a row is longer than " + std::to_string(kLongestRecord >> 20) +
+           " MB; is a quote left open?");
       return false;
     }
-    if (got == 0) endOfFile = true;
-    end += static_cast<std::size_t>(got);
+    const std::size_t wanted = std::max(kBlockSize, size);
+    bytes.resize(size + wanted + CsvScanner::kPadding);
+    const long got = file_->Read(bytes.data() + size, wanted);
+    if (got < 0) {
+      Fail(fileName_ + ": cannot be read: " + std::strerror(errno));
+      return false;
+    }
+    if (got == 0) endOfFile_ = true;
+    size += static_cast<std::size_t>(got);
+    bytes.resize(size + CsvScanner::kPadding);
     return true;
   }
 
-  // Scans what the buffer holds; false when nothing more can come.
-  bool ScanSome(const std::function<bool(const Record&)>& onRecord) {
-    const std::size_t used = scanner->Scan(buffer.data() + begin, end - begin, endOfFile, onRecord);
-    begin += used;
-    if (scanner->Unclosed()) {
-      Fail(fileName + ", row " + std::to_string(scanner->RecordsSeen() + 1) +
-           ": a quoted field is not closed before the end of the file.");
-      return false;
+  // Puts the unfinished record of the block before and the next block into
+  // `bytes`, and scans the whole records there; the rest waits for the next
+  // block. False once nothing more can come.
+  bool ScanBlock(Bytes& bytes, const std::function<bool(const Record&)>& onRecord) {
+    bytes.assign(unfinished_.data(), unfinished_.data() + unfinished_.size());
+    unfinished_.resize(0);
+    std::size_t size = bytes.size();
+    for (;;) {
+      if (!endOfFile_ && !ReadMore(bytes, size)) return false;
+      bytes.resize(size + CsvScanner::kPadding);
+      const std::size_t used = scanner_.Scan(bytes.data(), size, endOfFile_, onRecord);
+      if (scanner_.Unclosed()) {
+        Fail(fileName_ + ", row " + std::to_string(scanner_.RecordsSeen() + 1) +
+             ": a quoted field is not closed before the end of the file.");
+        return false;
+      }
+      if (used > 0 || endOfFile_) {
+        unfinished_.assign(bytes.data() + used, bytes.data() + size);
+        bytes.resize(used);
+        return error_.empty() && !(endOfFile_ && unfinished_.size() == 0);
+      }
     }
-    if (!error.empty()) return false;
-    if (used > 0) return true;
-    if (endOfFile) return false;
-    return ReadMore();
   }
 
   bool ReadHeader() {
     bool done = false;
+    Bytes bytes;
     const auto onHeader = [&](const Record& record) {
-      header.assign(record.fields->begin(), record.fields->begin() + record.fieldCount);
+      header_.assign(record.fields->begin(), record.fields->begin() + record.fieldCount);
       done = true;
       return false;
     };
-    while (!done && ScanSome(onHeader)) {
+    while (!done && ScanBlock(bytes, onHeader)) {
     }
-    if (!done) Fail(fileName + ": the file has no header row.");
+    if (!done) {
+      Fail(fileName_ + ": the file has no header row.");
+      return false;
+    }
     // A byte order mark is no part of the first name.
-    if (done && !header.empty() && header[0].rfind("\xEF\xBB\xBF", 0) == 0) header[0].erase(0, 3);
-    return done;
+    if (!header_.empty() && header_[0].rfind("\xEF\xBB\xBF", 0) == 0) header_[0].erase(0, 3);
+    return true;
   }
 
   bool MatchColumns(const VORN_DataSource& source, const std::vector<int>& variables) {
     for (int index : variables) {
       const VORN_Variable& variable = source.GetVariable(index);
       const std::string name = variable.GetName();
-      auto found = std::find(header.begin(), header.end(), name);
-      if (found == header.end()) {
-        found = std::find_if(header.begin(), header.end(), [&](const std::string& column) {
+      auto found = std::find(header_.begin(), header_.end(), name);
+      if (found == header_.end()) {
+        found = std::find_if(header_.begin(), header_.end(), [&](const std::string& column) {
           return SameNameAscii(column, name);
         });
       }
-      if (found == header.end()) {
-        Fail(fileName + ", row 1, column \"" + name + "\": the header has no such column.");
+      if (found == header_.end()) {
+        Fail(fileName_ + ", row 1, column \"" + name + "\": the header has no such column.");
         return false;
       }
-      columns.push_back(static_cast<std::size_t>(found - header.begin()));
-      numeric.push_back(variable.GetType() == 0);
-      names.push_back(name);
+      columns_.push_back(static_cast<std::size_t>(found - header_.begin()));
+      numeric_.push_back(variable.GetType() == 0);
+      names_.push_back(name);
     }
-    width = columns.size();
-    scanner->Want(columns);
+    scanner_.Want(columns_);
     return true;
   }
 
-  bool Keep(const Record& record) {
-    if (record.fieldCount != header.size()) {
-      const std::size_t column = std::min(record.fieldCount, header.size());
+  bool Keep(Batch& batch, const Record& record) {
+    if (record.fieldCount != header_.size()) {
+      const std::size_t column = std::min(record.fieldCount, header_.size());
       const std::string name =
-          column < header.size() ? header[column] : "#" + std::to_string(column + 1);
-      Fail(Where(record.number, name) + "the row has " + std::to_string(record.fieldCount) +
-           " fields where the header has " + std::to_string(header.size()) + ".");
+          column < header_.size() ? header_[column] : "#" + std::to_string(column + 1);
+      Fail(fileName_ + ", row " + std::to_string(record.number) + ", column \"" + name +
+           "\": the row has " + std::to_string(record.fieldCount) +
+           " fields where the header has " + std::to_string(header_.size()) + ".");
       return false;
     }
-    const std::size_t row = batchCases;
-    for (std::size_t slot = 0; slot < width; ++slot) {
-      const std::string_view field = (*record.fields)[columns[slot]];
-      const std::size_t at = row * width + slot;
-      const bool isMissing =
-          onlyEmptyIsMissing
-              ? field.empty()
-              : std::find(missingValues.begin(), missingValues.end(), field) != missingValues.end();
-      missing[at] = isMissing ? 1 : 0;
-      if (!numeric[slot]) {
-        texts[at].assign(field);
-      } else if (isMissing) {
-        numbers[at] = std::numeric_limits<double>::quiet_NaN();
-      } else if (!ParseNumber(field, numbers[at])) {
-        Fail(Where(record.number, names[slot]) + "\"" + std::string(field) + "\" is not a number.");
-        return false;
+    const char* bytesBegin = batch.bytes.data();
+    const char* bytesEnd = bytesBegin + batch.bytes.size();
+    const std::size_t first = batch.fields.size();
+    batch.fields.resize(first + columns_.size());
+    std::string_view* kept = batch.fields.data() + first;
+    for (const std::size_t column : columns_) {
+      std::string_view field = (*record.fields)[column];
+      if (!field.empty() && (field.data() < bytesBegin || field.data() >= bytesEnd)) {
+        // The scanner's text of a quoted field lasts only until its next record.
+        field = batch.unquoted.emplace_back(field);
       }
+      *kept++ = field;
     }
-    ++batchCases;
-    return batchCases < kBatchCases;
+    ++batch.cases;
+    return true;
   }
 
-  bool FillBatch() {
-    batchCases = 0;
-    current = 0;
-    const auto onRecord = [&](const Record& record) { return Keep(record); };
-    while (batchCases < kBatchCases && error.empty() && ScanSome(onRecord)) {
+  std::string error_;
+  std::string fileName_;
+  CsvScanner scanner_;
+  std::unique_ptr<File> file_;
+  Bytes unfinished_;
+  bool endOfFile_ = false;
+  bool ended_ = false;  // at the end of the file or at a fault
+
+  std::vector<std::size_t> columns_;  // per slot
+  std::vector<bool> numeric_;         // per slot
+  std::vector<std::string> names_;    // per slot
+  std::vector<std::string> header_;
+};
+
+// Fills batches on a thread of its own, at most kBatches ahead of the reader.
+class ReadAhead {
+ public:
+  explicit ReadAhead(CaseScan& scan) : scan_(scan), batches_(kBatches) {
+    for (Batch& batch : batches_) empty_.push_back(&batch);
+    thread_ = std::thread([this] { Run(); });
+  }
+  ReadAhead(const ReadAhead&) = delete;
+  ReadAhead& operator=(const ReadAhead&) = delete;
+  ~ReadAhead() {
+    {
+      const std::lock_guard lock(mutex_);
+      stop_ = true;
     }
-    if (!error.empty()) batchCases = 0;
-    return batchCases > 0;
+    changed_.notify_all();
+    thread_.join();
+  }
+
+  // Hands back the batch read before (if any) and waits for the next one;
+  // none once the scan has ended.
+  Batch* Next(Batch* done) {
+    std::unique_lock lock(mutex_);
+    if (done != nullptr) {
+      empty_.push_back(done);
+      changed_.notify_all();
+    }
+    changed_.wait(lock, [this] { return !full_.empty() || finished_; });
+    if (full_.empty()) return nullptr;
+    Batch* next = full_.front();
+    full_.pop_front();
+    return next;
+  }
+
+ private:
+  void Run() {
+    for (;;) {
+      Batch* batch = nullptr;
+      {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return !empty_.empty() || stop_; });
+        if (stop_) return;
+        batch = empty_.back();
+        empty_.pop_back();
+      }
+      const bool more = scan_.Fill(*batch);
+      {
+        const std::lock_guard lock(mutex_);
+        if (batch->cases > 0) {
+          full_.push_back(batch);
+        } else {
+          empty_.push_back(batch);
+        }
+        finished_ = !more;
+      }
+      changed_.notify_all();
+      if (!more) return;
+    }
+  }
+
+  CaseScan& scan_;
+  std::vector<Batch> batches_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<Batch*> empty_;
+  std::deque<Batch*> full_;
+  bool finished_ = false;
+  bool stop_ = false;
+  std::thread thread_;
+};
+
+}  // namespace
+
+struct VORN_CaseReader::Impl {
+  std::string error;
+  std::string fileName;
+  std::vector<std::string> missingValues;
+  bool onlyEmptyIsMissing = false;
+  std::vector<std::string> names;  // per slot
+  std::vector<bool> numeric;       // per slot
+  std::size_t width = 0;
+
+  std::unique_ptr<CaseScan> scan;
+  std::unique_ptr<ReadAhead> readAhead;  // none: batches are filled here
+  Batch own;
+  Batch* batch = nullptr;
+  std::size_t nextInBatch = 0;  // the first case of the batch not converted yet
+  bool ended = false;
+
+  // The converted cases: slot `slot` of case `i` at [i * width + slot].
+  std::vector<double> numbers;
+  std::vector<unsigned char> missing;
+  std::vector<std::string> texts;
+  std::size_t converted = 0;
+  std::size_t current = 0;
+  std::uint64_t cases = 0;
+
+  void End(std::string text) {
+    ended = true;
+    if (error.empty()) error = std::move(text);
+  }
+
+  bool NextBatch() {
+    if (readAhead) {
+      batch = readAhead->Next(batch);
+    } else {
+      batch = scan->Fill(own) || own.cases > 0 ? &own : nullptr;
+    }
+    nextInBatch = 0;
+    // Without a batch the scan has ended (the reading thread too): its fault
+    // can be read.
+    if (batch == nullptr) End(scan->Error());
+    return batch != nullptr;
+  }
+
+  // Converts the next cases of the batch; false at the end or on a fault.
+  bool Convert() {
+    if ((batch == nullptr || nextInBatch == batch->cases) && !NextBatch()) return false;
+    converted = std::min(kConvertedCases, batch->cases - nextInBatch);
+    for (std::size_t i = 0; i < converted; ++i) {
+      const std::string_view* fields = batch->fields.data() + (nextInBatch + i) * width;
+      for (std::size_t slot = 0; slot < width; ++slot) {
+        if (!ConvertField(fields[slot], slot, i * width + slot)) {
+          End(fileName + ", row " + std::to_string(batch->firstRow + nextInBatch + i) +
+              ", column \"" + names[slot] + "\": \"" + std::string(fields[slot]) +
+              "\" is not a number.");
+          return false;
+        }
+      }
+    }
+    nextInBatch += converted;
+    current = 0;
+    return true;
+  }
+
+  bool ConvertField(std::string_view field, std::size_t slot, std::size_t at) {
+    const bool isMissing =
+        onlyEmptyIsMissing
+            ? field.empty()
+            : std::find(missingValues.begin(), missingValues.end(), field) != missingValues.end();
+    missing[at] = isMissing ? 1 : 0;
+    if (!numeric[slot]) {
+      texts[at].assign(field);
+      return true;
+    }
+    if (isMissing) {
+      numbers[at] = std::numeric_limits<double>::quiet_NaN();
+      return true;
+    }
+    return ParseNumber(field, numbers[at]);
   }
 };
 
@@ -244,35 +470,43 @@ VORN_CaseReader::VORN_CaseReader(const std::vector<int>& variables)
     : impl_(std::make_unique<Impl>()) {
   const auto& source = hostlib::cases::ActiveCaseSource();
   const VORN_DataSource* data = hostlib::Session::Instance().RootSource();
+  Impl& impl = *impl_;
   if (!source || data == nullptr) {
-    impl_->Fail("The dataset names no case data (a \"path\" in its codebook, or --cases FILE).");
+    impl.End("The dataset names no case data (a \"path\" in its codebook, or --cases FILE).");
     return;
   }
-  Impl& impl = *impl_;
+  const hostlib::cases::CaseReading& reading = hostlib::cases::CurrentCaseReading();
   impl.fileName = source->path.string();
   impl.missingValues = source->missingValues;
   impl.onlyEmptyIsMissing = impl.missingValues.size() == 1 && impl.missingValues.front().empty();
-  impl.scanner = std::make_unique<CsvScanner>(source->dialect);
-  impl.file = std::make_unique<File>(impl.fileName);
-  if (!impl.file->IsOpen()) {
-    impl.Fail(impl.fileName + ": cannot be opened: " + std::strerror(errno));
+  impl.scan = std::make_unique<CaseScan>(impl.fileName, *source, reading);
+  if (!impl.scan->Start(*data, variables)) {
+    impl.End(impl.scan->Error());
     return;
   }
-  impl.buffer.resize(kBlockSize + CsvScanner::kPadding);
-  if (!impl.ReadHeader() || !impl.MatchColumns(*data, variables)) return;
-  impl.numbers.resize(kBatchCases * impl.width);
-  impl.missing.resize(kBatchCases * impl.width);
-  impl.texts.resize(kBatchCases * impl.width);
+  impl.names = impl.scan->Names();
+  impl.numeric = impl.scan->Numeric();
+  impl.width = impl.names.size();
+  impl.numbers.resize(kConvertedCases * impl.width);
+  impl.missing.resize(kConvertedCases * impl.width);
+  impl.texts.resize(kConvertedCases * impl.width);
+  if (reading.readAhead && std::thread::hardware_concurrency() > 1) {
+    try {
+      impl.readAhead = std::make_unique<ReadAhead>(*impl.scan);
+    } catch (const std::system_error&) {
+      // No thread to be had: the batches are filled here.
+    }
+  }
 }
 
 VORN_CaseReader::~VORN_CaseReader() = default;
 
 bool VORN_CaseReader::NextCase() {
   Impl& impl = *impl_;
-  if (!impl.error.empty() || !impl.scanner) return false;
-  if (impl.cases > 0 && impl.current + 1 < impl.batchCases) {
+  if (impl.ended) return false;
+  if (impl.current + 1 < impl.converted) {
     ++impl.current;
-  } else if (!impl.FillBatch()) {
+  } else if (!impl.Convert()) {
     return false;
   }
   ++impl.cases;

@@ -60,6 +60,11 @@ std::optional<CaseSource>& Active() {
   return source;
 }
 
+CaseReading& Reading() {
+  static CaseReading reading;
+  return reading;
+}
+
 }  // namespace
 
 std::optional<CaseSource> CaseSourceOfCodebook(const std::filesystem::path& codebook) {
@@ -86,5 +91,9 @@ std::optional<CaseSource> CaseSourceOfCodebook(const std::filesystem::path& code
 void SetActiveCaseSource(std::optional<CaseSource> source) { Active() = std::move(source); }
 
 const std::optional<CaseSource>& ActiveCaseSource() { return Active(); }
+
+void SetCaseReading(CaseReading reading) { Reading() = reading; }
+
+const CaseReading& CurrentCaseReading() { return Reading(); }
 
 }  // namespace hostlib::cases

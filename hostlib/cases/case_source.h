@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "hostlib/cases/csv_scanner.h"
+#include "hostlib/files/env.h"
 
 namespace hostlib::cases {
 
@@ -26,5 +27,16 @@ std::optional<CaseSource> CaseSourceOfCodebook(const std::filesystem::path& code
 // The case source that readers open; none until the program sets one.
 void SetActiveCaseSource(std::optional<CaseSource> source);
 const std::optional<CaseSource>& ActiveCaseSource();
+
+// How readers read the case file: through which file system, with vector
+// instructions where the processor has them, and with a second thread that
+// scans ahead of the counting where there is a second processor.
+struct CaseReading {
+  files::Env* env = nullptr;  // none: the real file system
+  bool vectors = true;
+  bool readAhead = true;
+};
+void SetCaseReading(CaseReading reading);
+const CaseReading& CurrentCaseReading();
 
 }  // namespace hostlib::cases

@@ -1,5 +1,7 @@
-// A CSV scanner (RFC 4180) for large files: it finds quotes, delimiters and
-// line ends 64 bytes at a time with vector compares, skips whole runs of
+// A CSV scanner (RFC 4180) for large files. A first pass turns each 64 bytes
+// into bit masks of the delimiters and line ends outside quotes (vector
+// compares, and a carry-less multiply for the quote parity, where the
+// processor has them); a second pass walks the masks, skips whole runs of
 // fields no one asked for with a population count, and hands over only the
 // fields asked for.
 //
@@ -32,13 +34,28 @@ struct Record {
   const std::vector<std::string_view>* fields = nullptr;
 };
 
+// What the first pass finds in 64 bytes, one bit per byte.
+struct ChunkMasks {
+  std::uint64_t structural = 0;  // delimiters and line ends outside quotes
+  std::uint64_t newlines = 0;    // line ends outside quotes
+};
+
+// The first pass over `chunks` chunks of 64 bytes: `inside` is all ones when
+// the first starts inside quotes; returns the same for the chunk after them.
+using Classifier = std::uint64_t (*)(const char* data, std::size_t chunks, char delimiter,
+                                     char quote, std::uint64_t inside, ChunkMasks* masks);
+
+// The instructions the first pass uses. One the processor lacks falls back to
+// the best it has below it; every choice gives the same results.
+enum class Instructions { kBest, kScalar, kSse2, kAvx2 };
+
 class CsvScanner {
  public:
   // Bytes past the end of the data that Scan may read (they must be readable;
   // their contents do not matter).
   static constexpr std::size_t kPadding = 64;
 
-  explicit CsvScanner(Dialect dialect);
+  explicit CsvScanner(Dialect dialect, Instructions instructions = Instructions::kBest);
 
   // Which fields to hand over from now on, by zero-based column; an empty
   // list hands over every field (the header).
@@ -61,8 +78,10 @@ class CsvScanner {
     return column < nextWanted_.size() ? nextWanted_[column] : static_cast<std::size_t>(-1);
   }
   void KeepField(std::size_t column, const char* begin, const char* end, bool lastOfRecord);
+  void KeepQuotedField(std::size_t column, const char* begin, const char* end);
 
   Dialect dialect_;
+  Classifier classify_;
   bool wantAll_ = true;
   std::vector<std::size_t> nextWanted_;  // per column: the first wanted column at or after it
   std::vector<std::string_view> fields_;

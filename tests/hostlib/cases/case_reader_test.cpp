@@ -1,0 +1,170 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "host/case_data.h"
+#include "hostlib/cases/case_source.h"
+#include "hostlib/data/dataset.h"
+#include "hostlib/session/session.h"
+#include "tests/hostlib/cases/reference_csv.h"
+#include "tests/support/fault_env.h"
+#include "tests/support/files.h"
+
+namespace hostlib::cases {
+namespace {
+
+struct Reading {
+  Rows cases;  // numbers written as whole numbers, missing values as "."
+  std::string error;
+};
+
+class CaseReaderTest : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    SetActiveCaseSource(std::nullopt);
+    SetCaseReading({});
+    Session::Instance().Reset();
+  }
+
+  // A dataset of these variables (0: numeric, above: string) whose cases are `text`.
+  void Open(const std::vector<VORN_Variable>& variables, const std::string& text) {
+    testsupport::WriteFile(Path(), text);
+    Session::Instance().Reset();
+    Session::Instance().OpenDataset(std::make_shared<data::Dataset>(variables));
+    CaseSource source;
+    source.path = Path();
+    SetActiveCaseSource(source);
+  }
+
+  std::filesystem::path Path() const { return folder_ / "cases.csv"; }
+
+  static Reading ReadAll(const std::vector<int>& variables, const std::vector<bool>& numeric) {
+    VORN_CaseReader reader(variables);
+    Reading reading;
+    while (reader.NextCase()) {
+      std::vector<std::string>& values = reading.cases.emplace_back();
+      for (std::size_t slot = 0; slot < variables.size(); ++slot) {
+        if (!numeric[slot]) {
+          values.emplace_back(reader.Text(slot));
+        } else {
+          values.push_back(reader.IsMissing(slot)
+                               ? "."
+                               : std::to_string(static_cast<long long>(reader.Number(slot))));
+        }
+      }
+    }
+    if (reader.Failed()) reading.error = reader.ErrorText();
+    return reading;
+  }
+
+  testsupport::TemporaryFolder folder_{"case-reader"};
+};
+
+const std::vector<CaseReading> kEveryWay = {
+    {nullptr, true, true}, {nullptr, true, false}, {nullptr, false, true}, {nullptr, false, false}};
+
+// Rows of an id, a number (now and then missing), a string with every kind
+// of quoting and a padding column; wider than several blocks of the reader.
+std::string RandomCases(std::size_t rows, Rows& expected) {
+  std::mt19937 random(7);
+  std::string text = "id,n,s,pad\n";
+  for (std::size_t row = 0; row < rows; ++row) {
+    const std::string n = random() % 5 == 0 ? "" : std::to_string(int(random() % 2001) - 1000);
+    text += std::to_string(row) + "," + n + "," + RandomField(random, 40) + "," +
+            std::string(random() % 160, 'x') + (random() % 3 ? "\n" : "\r\n");
+  }
+  Rows parsed = ReferenceParse(text);
+  for (std::size_t row = 1; row < parsed.size(); ++row) {
+    expected.push_back(
+        {parsed[row][2], parsed[row][1].empty() ? "." : parsed[row][1], parsed[row][0]});
+  }
+  return text;
+}
+
+TEST_F(CaseReaderTest, ReadsTheWantedColumnsAsAPlainParserDoesEveryWay) {
+  Rows expected;
+  const std::string text = RandomCases(30000, expected);
+  ASSERT_GT(text.size(), std::size_t{3} << 20);
+  Open({VORN_Variable("id", 0), VORN_Variable("n", 0), VORN_Variable("s", 200),
+        VORN_Variable("pad", 200)},
+       text);
+  for (const CaseReading& way : kEveryWay) {
+    SetCaseReading(way);
+    const Reading reading = ReadAll({2, 1, 0}, {false, true, true});
+    EXPECT_EQ("", reading.error);
+    EXPECT_TRUE(reading.cases == expected)
+        << "vectors " << way.vectors << ", read ahead " << way.readAhead;
+  }
+}
+
+// Rows of `id,n,pad` far beyond the first block, one of them spoilt.
+std::string CasesWith(const std::vector<std::pair<std::size_t, std::string>>& spoilt) {
+  std::string text = "id,n,pad\n";
+  for (std::size_t row = 2; row < 20000; ++row) {
+    std::string line = std::to_string(row) + ",1," + std::string(100, 'x');
+    for (const auto& [at, replacement] : spoilt) {
+      if (at == row) line = replacement;
+    }
+    text += line + "\n";
+  }
+  return text;
+}
+
+TEST_F(CaseReaderTest, NamesTheRowAndColumnOfTheFirstFaultEveryWay) {
+  const struct {
+    std::vector<std::pair<std::size_t, std::string>> spoilt;
+    std::string error;
+  } kCases[] = {
+      {{{15000, "15000,abc,x"}}, ", row 15000, column \"n\": \"abc\" is not a number."},
+      {{{15000, "15000,1"}},
+       ", row 15000, column \"pad\": the row has 2 fields where the header has 3."},
+      {{{14990, "14990,?,x"}, {15000, "15000"}}, ", row 14990, column \"n\": \"?\" is not"},
+      {{{14990, "14990,1,x,y"}, {15000, "15000,?,x"}},
+       ", row 14990, column \"#4\": the row has 4 fields"},
+      {{{19999, "19999,1,\"x"}}, ", row 19999: a quoted field is not closed"},
+  };
+  for (const auto& c : kCases) {
+    Open({VORN_Variable("id", 0), VORN_Variable("n", 0), VORN_Variable("pad", 100)},
+         CasesWith(c.spoilt));
+    for (const CaseReading& way : kEveryWay) {
+      SetCaseReading(way);
+      const Reading reading = ReadAll({1}, {true});
+      EXPECT_EQ(Path().string() + c.error,
+                reading.error.substr(0, Path().string().size() + c.error.size()))
+          << "vectors " << way.vectors << ", read ahead " << way.readAhead;
+    }
+  }
+}
+
+TEST_F(CaseReaderTest, AFailingOpenOrReadNamesTheFileAndTheError) {
+  using Operation = testsupport::FaultEnv::Operation;
+  const struct {
+    Operation operation;
+    int error;
+    int nth;
+    std::string what;
+  } kCases[] = {
+      {Operation::kOpen, EACCES, 1, "cannot be opened: "},
+      {Operation::kRead, EIO, 1, "cannot be read: "},  // the header
+      {Operation::kRead, EIO, 2, "cannot be read: "},  // after the first block
+  };
+  Open({VORN_Variable("id", 0), VORN_Variable("n", 0), VORN_Variable("pad", 100)}, CasesWith({}));
+  for (const auto& c : kCases) {
+    for (const bool readAhead : {true, false}) {
+      testsupport::FaultEnv env;
+      env.Fail(c.operation, c.error, "cases.csv", c.nth);
+      SetCaseReading({&env, true, readAhead});
+      const Reading reading = ReadAll({1}, {true});
+      EXPECT_TRUE(env.Fired());
+      EXPECT_EQ(Path().string() + ": " + c.what + std::strerror(c.error), reading.error);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace hostlib::cases
