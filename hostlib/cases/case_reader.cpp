@@ -261,6 +261,12 @@ class CaseScan {
           return SameNameAscii(column, name);
         });
       }
+      // Fields describe the columns in order (a schema's rule), so a header as
+      // long as the dictionary answers by position for a name it does not hold:
+      // an export's "q7/apple" is the dictionary's q7_apple.
+      if (found == header_.end() && header_.size() == source.ColumnCount()) {
+        found = header_.begin() + index;
+      }
       if (found == header_.end()) {
         Fail(fileName_ + ", row 1, column \"" + name + "\": the header has no such column.");
         return false;

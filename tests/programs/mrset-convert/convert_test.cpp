@@ -115,6 +115,11 @@ TEST_F(ConvertTest, PlatformCsvYieldsCommandsThatDefineBothQuestions) {
   EXPECT_EQ(sets[1]["name"], "$q7");
   EXPECT_EQ(sets[1]["variables"], Json({"q7_apple", "q7_pear", "q7_plum"}));
   EXPECT_EQ(sets[2]["type"], "categories");
+  // The export's own header ("q7/apple") still gives the cases of q7_apple.
+  const Result counted = Mrset("-d survey-out.json -f json -e 'MRFREQ /TABLES=$q7.'");
+  ASSERT_EQ(counted.exit, 0) << counted.output;
+  EXPECT_NE(counted.output.find(R"({"name":"apple","cells":{"N":2,)"), std::string::npos)
+      << counted.output;
 }
 
 TEST_F(ConvertTest, TripleSBitstringAndSpreadBecomeSetsAndTheDataACsv) {
