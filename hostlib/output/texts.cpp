@@ -5,6 +5,7 @@
 
 #include "host/output.h"
 #include "hostlib/output/document.h"
+#include "hostlib/output/message_place.h"
 #include "hostlib/output/output_target.h"
 
 namespace {
@@ -51,6 +52,6 @@ void BpComposite::Finish() { openSublist_ = 0; }
 // no other place for it.
 void BpError(const BpCellText& text, int /*show*/, int level) {
   hostlib::output::OutputTarget& target = hostlib::output::CurrentOutputTarget();
-  target.TargetDocument().Add(
-      hostlib::output::Message{target.CommandNumber(), level, text.Value()});
+  target.TargetDocument().Add(hostlib::output::Message{target.CommandNumber(), level, text.Value(),
+                                                       hostlib::output::CurrentMessagePlace()});
 }

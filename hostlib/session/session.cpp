@@ -7,6 +7,7 @@
 #include "hostlib/data/data_source.h"
 #include "hostlib/data/dataset.h"
 #include "hostlib/syntax/command.h"
+#include "hostlib/syntax/token_sequence.h"
 
 namespace hostlib {
 namespace {
@@ -27,12 +28,14 @@ Session::Session() {
   data::InstallActiveDatasetSource(this);
   syntax::InstallCommandSource(this);
   output::InstallOutputTarget(this);
+  output::InstallMessagePlaceSource(this);
 }
 
 Session::~Session() {
   data::InstallActiveDatasetSource(nullptr);
   syntax::InstallCommandSource(nullptr);
   output::InstallOutputTarget(nullptr);
+  output::InstallMessagePlaceSource(nullptr);
 }
 
 void Session::OpenDataset(std::shared_ptr<data::Dataset> dataset) {
@@ -43,16 +46,38 @@ void Session::OpenDataset(std::shared_ptr<data::Dataset> dataset) {
 
 void Session::CloseDataset() { OpenDataset(nullptr); }
 
-void Session::BeginCommand(int number, std::shared_ptr<const syntax::Command> command) {
+void Session::BeginCommand(int number, std::shared_ptr<const syntax::Command> command,
+                           std::string source) {
   commandNumber_ = number;
   command_ = std::move(command);
+  source_ = std::move(source);
+  pointedAt_.reset();
+  syntax::ForgetCursors();
 }
 
-void Session::EndCommand() { command_.reset(); }
+void Session::EndCommand() {
+  command_.reset();
+  pointedAt_.reset();
+}
+
+output::MessagePlace Session::CurrentPlace() const {
+  output::MessagePlace place;
+  if (!command_ || source_.empty()) return place;
+  place.file = source_;
+  place.commandLine = command_->FirstLine();
+  const syntax::SourcePosition at =
+      pointedAt_ ? *pointedAt_ : command_->PositionOf(syntax::CursorTokenOf(*command_));
+  place.line = at.line;
+  place.column = at.column;
+  place.sourceLine = command_->SourceLine(at.line);
+  return place;
+}
 
 void Session::Reset() {
   CloseDataset();
   command_.reset();
+  source_.clear();
+  pointedAt_.reset();
   commandNumber_ = 0;
   output_.Clear();
 }

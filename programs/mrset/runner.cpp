@@ -22,6 +22,16 @@ std::string Where(const hostlib::syntax::SourcePosition& position, const std::st
          " of " + source + ": ";
 }
 
+// The source as message places name it, as compilers do: a file as given,
+// --execute text as "<command line>", standard input and the prompt as
+// "<stdin>". The host's own "Line L, column C of SOURCE" texts keep the
+// longer names.
+std::string PlaceName(const std::string& source) {
+  if (source.starts_with("--execute text")) return "<command line>";
+  if (source == "standard input" || source == "the prompt") return "<stdin>";
+  return source;
+}
+
 }  // namespace
 
 Runner::Runner(const CommandModules& modules, hostlib::data::DatasetStore* store, bool saveDataset,
@@ -63,17 +73,20 @@ bool Runner::RunStream(std::istream& in, const std::string& source) {
 
 void Runner::RunCommand(const hostlib::syntax::SplitCommand& split, const std::string& source) {
   if (split.comment) return;
-  Session::Instance().BeginCommand(++commandNumber_, split.command);
+  Session::Instance().BeginCommand(++commandNumber_, split.command, PlaceName(source));
   if (split.error) {
-    ReportHostError(Where(split.error->position, source) + split.error->message);
+    ReportHostError(Where(split.error->position, source) + split.error->message,
+                    split.error->position);
   } else if (split.command->At(0).type != TokenSequenceBase::kString) {
     ReportHostError(Where(split.start, source) + "A command name was expected. Found \"" +
-                    split.command->TokenText(0) + "\".");
+                        split.command->TokenText(0) + "\".",
+                    split.start);
   } else if (const auto entry =
                  modules_.EntryFor(hostlib::strings::UpperCase(split.command->TokenText(0)));
              entry == nullptr) {
     ReportHostError(Where(split.start, source) + "\"" + split.command->TokenText(0) +
-                    "\" is not a command of this program; it was skipped.");
+                        "\" is not a command of this program; it was skipped.",
+                    split.start);
   } else {
     RunModule(entry);
   }
@@ -138,8 +151,11 @@ void Runner::DropUnsavedChanges() {
   }
 }
 
-void Runner::ReportHostError(const std::string& text) {
+void Runner::ReportHostError(const std::string& text,
+                             std::optional<hostlib::syntax::SourcePosition> at) {
+  Session::Instance().PointAt(at);
   BpError(BpString(text, true), kShowInOutput, kErrorLevel);
+  Session::Instance().PointAt(std::nullopt);
 }
 
 // What is written is let go: memory holds one command's output at a time.

@@ -48,7 +48,9 @@ class Runner {
   // hold on the store; a failure is reported and the changes are dropped.
   void SaveDataset(std::optional<hostlib::data::CommandScope>& scope);
   void DropUnsavedChanges();
-  void ReportHostError(const std::string& text);
+  // `at`: where the fault stands when the host knows (else the cursor).
+  void ReportHostError(const std::string& text,
+                       std::optional<hostlib::syntax::SourcePosition> at = std::nullopt);
   void WriteNewOutput();
 
   const CommandModules& modules_;
