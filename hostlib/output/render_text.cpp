@@ -147,7 +147,8 @@ class TextRenderer final : public Renderer {
  private:
   static void WriteItem(const Message& message, const Document&, std::ostream& out) {
     if (message.place.Known()) {
-      out << DiagnosticLine(message) << '\n' << CaretLines(message.place);
+      // A note stands beside the message it helps with: one line is enough.
+      out << DiagnosticLine(message) << '\n' << (message.IsNote() ? "" : CaretLines(message.place));
       return;
     }
     out << (message.IsError()  ? "Error"
