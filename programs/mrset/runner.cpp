@@ -9,6 +9,7 @@
 #include "host/output.h"
 #include "host/syntax.h"
 #include "hostlib/data/dataset.h"
+#include "hostlib/output/diagnostic.h"
 #include "hostlib/session/session.h"
 #include "hostlib/strings/unicode.h"
 
@@ -162,9 +163,13 @@ void Runner::ReportHostError(const std::string& text,
 void Runner::WriteNewOutput() {
   auto& document = Session::Instance().Output();
   renderer_->Write(document, written_, *out_);
+  out_->flush();
+  if (diagnostics_ != nullptr) {
+    hostlib::output::WriteDiagnostics(document, written_, *diagnostics_, colour_);
+    diagnostics_->flush();
+  }
   document.DropItems();
   written_ = document.Items().size();
-  out_->flush();
 }
 
 bool Runner::HadErrors() const { return Session::Instance().Output().ErrorCount() > 0; }

@@ -41,6 +41,13 @@ class Runner {
   // `renderer` to `out`; output already written stays where it went.
   void UseStore(hostlib::data::DatasetStore* store) { store_ = store; }
   void Redirect(hostlib::output::Renderer& renderer, std::ostream& out);
+  // Each message of later commands also goes to `diagnostics` as one
+  // "FILE:LINE:COLUMN: error: TEXT" line (null: nowhere), coloured with
+  // `colour`.
+  void SendDiagnostics(std::ostream* diagnostics, bool colour) {
+    diagnostics_ = diagnostics;
+    colour_ = colour;
+  }
 
  private:
   void RunModule(CommandModule::Entry entry);
@@ -59,6 +66,8 @@ class Runner {
   std::chrono::milliseconds lockTimeout_;
   hostlib::output::Renderer* renderer_;
   std::ostream* out_;
+  std::ostream* diagnostics_ = nullptr;
+  bool colour_ = false;
   int commandNumber_ = 0;
   std::size_t written_ = 0;
 };
