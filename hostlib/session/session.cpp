@@ -1,11 +1,13 @@
 #include "hostlib/session/session.h"
 
 #include <cstdint>
+#include <utility>
 
 #include "host/common_areas.h"
 #include "host/data_source.h"
 #include "hostlib/data/data_source.h"
 #include "hostlib/data/dataset.h"
+#include "hostlib/diagnostics/notes.h"
 #include "hostlib/syntax/command.h"
 #include "hostlib/syntax/token_sequence.h"
 
@@ -28,14 +30,14 @@ Session::Session() {
   data::InstallActiveDatasetSource(this);
   syntax::InstallCommandSource(this);
   output::InstallOutputTarget(this);
-  output::InstallMessagePlaceSource(this);
+  output::InstallMessageContext(this);
 }
 
 Session::~Session() {
   data::InstallActiveDatasetSource(nullptr);
   syntax::InstallCommandSource(nullptr);
   output::InstallOutputTarget(nullptr);
-  output::InstallMessagePlaceSource(nullptr);
+  output::InstallMessageContext(nullptr);
 }
 
 void Session::OpenDataset(std::shared_ptr<data::Dataset> dataset) {
@@ -52,6 +54,7 @@ void Session::BeginCommand(int number, std::shared_ptr<const syntax::Command> co
   command_ = std::move(command);
   source_ = std::move(source);
   pointedAt_.reset();
+  toldRunOn_ = false;
   syntax::ForgetCursors();
 }
 
@@ -80,6 +83,18 @@ void Session::Reset() {
   pointedAt_.reset();
   commandNumber_ = 0;
   output_.Clear();
+}
+
+std::vector<std::string> Session::NotesAfter(const output::Message& message) {
+  const diagnostics::NoteContext context{message.text, command_.get(),
+                                         command_ ? syntax::CursorTokenOf(*command_) : 0,
+                                         dataset_.get(), isCommandWord_};
+  std::vector<std::string> notes;
+  for (diagnostics::Note& note : diagnostics::NotesFor(context)) {
+    if (note.kind == diagnostics::NoteKind::kRunOn && std::exchange(toldRunOn_, true)) continue;
+    notes.push_back(std::move(note.text));
+  }
+  return notes;
 }
 
 }  // namespace hostlib

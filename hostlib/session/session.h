@@ -7,13 +7,16 @@
 // through the host/ declarations; the mrset program drives it from here.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "hostlib/data/active_dataset.h"
 #include "hostlib/output/document.h"
-#include "hostlib/output/message_place.h"
+#include "hostlib/output/message_context.h"
 #include "hostlib/output/output_target.h"
 #include "hostlib/syntax/command_source.h"
 
@@ -22,7 +25,7 @@ namespace hostlib {
 class Session final : public data::ActiveDatasetSource,
                       public syntax::CommandSource,
                       public output::OutputTarget,
-                      public output::MessagePlaceSource {
+                      public output::MessageContext {
  public:
   static Session& Instance();
   ~Session() override;
@@ -42,6 +45,14 @@ class Session final : public data::ActiveDatasetSource,
   // nothing: at the cursor again.
   void PointAt(std::optional<syntax::SourcePosition> position) { pointedAt_ = position; }
   output::MessagePlace CurrentPlace() const override;
+  // The host's notes after a message (hostlib/diagnostics): a command that
+  // ran on is told once per command.
+  std::vector<std::string> NotesAfter(const output::Message& message) override;
+  // Which words begin a command (the program's modules), for the note on a
+  // command that ran on into the next.
+  void KnowCommandWords(std::function<bool(std::string_view)> isCommandWord) {
+    isCommandWord_ = std::move(isCommandWord);
+  }
   std::shared_ptr<const syntax::Command> CurrentCommand() const override { return command_; }
   int CommandNumber() const override { return commandNumber_; }
 
@@ -59,6 +70,8 @@ class Session final : public data::ActiveDatasetSource,
   std::shared_ptr<const syntax::Command> command_;
   std::string source_;
   std::optional<syntax::SourcePosition> pointedAt_;
+  std::function<bool(std::string_view)> isCommandWord_;
+  bool toldRunOn_ = false;  // in the running command
   int commandNumber_ = 0;
   output::Document output_;
 };

@@ -43,7 +43,13 @@ Runner::Runner(const CommandModules& modules, hostlib::data::DatasetStore* store
       saveDataset_(saveDataset),
       lockTimeout_(lockTimeout),
       renderer_(&renderer),
-      out_(&out) {}
+      out_(&out) {
+  Session::Instance().KnowCommandWords([this](std::string_view word) {
+    return modules_.EntryFor(hostlib::strings::UpperCase(word)) != nullptr;
+  });
+}
+
+Runner::~Runner() { Session::Instance().KnowCommandWords(nullptr); }
 
 void Runner::Redirect(hostlib::output::Renderer& renderer, std::ostream& out) {
   written_ = Session::Instance().Output().Items().size();

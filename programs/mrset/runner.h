@@ -26,6 +26,9 @@ class Runner {
   Runner(const CommandModules& modules, hostlib::data::DatasetStore* store, bool saveDataset,
          std::chrono::milliseconds lockTimeout, hostlib::output::Renderer& renderer,
          std::ostream& out);
+  Runner(const Runner&) = delete;
+  Runner& operator=(const Runner&) = delete;
+  ~Runner();
 
   // Every command of a whole text; `source` names it in messages.
   void RunText(std::string_view text, const std::string& source);
