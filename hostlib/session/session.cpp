@@ -81,6 +81,7 @@ void Session::Reset() {
   command_.reset();
   source_.clear();
   pointedAt_.reset();
+  toldRunOn_ = false;
   commandNumber_ = 0;
   output_.Clear();
 }
