@@ -1,5 +1,6 @@
 #include "hostlib/output/diagnostic.h"
 
+#include <algorithm>
 #include <ostream>
 #include <variant>
 
@@ -49,7 +50,9 @@ std::string Caret(std::string_view line, int column) {
 }  // namespace
 
 std::string DiagnosticLine(const Message& message, bool colour) {
-  const std::string text = ComposeText(message.text);
+  // One line per message, whatever line breaks its text holds.
+  std::string text = ComposeText(message.text);
+  std::replace(text.begin(), text.end(), '\n', ' ');
   const MessagePlace& place = message.place;
   std::string line;
   if (place.Known()) {
