@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -13,12 +14,33 @@
 
 namespace hostlib::output {
 
+// A host note: a hint the host adds after a message; never an error.
+constexpr int kNoteLevel = 1;
+
+// Where a message stands in the input: the source ("survey.mrs",
+// "<command line>", "<stdin>"), the line and column of the token the command
+// was reading, the line where the command began, and the text of the
+// token's line. Empty file and no line when the message stands nowhere.
+struct MessagePlace {
+  std::string file;
+  std::optional<int> line;
+  std::optional<int> column;
+  std::optional<int> commandLine;
+  std::string sourceLine;
+
+  bool Known() const { return !file.empty() && line && column; }
+};
+
 struct Message {
   int command = 0;
-  int level = kErrorLevel;  // BpErrorLevel: 4 error, 2 warning
+  int level = kErrorLevel;  // BpErrorLevel: 4 error, 2 warning; kNoteLevel
   BpText text;
+  MessagePlace place;
 
   bool IsError() const { return level >= kErrorLevel; }
+  bool IsNote() const { return level == kNoteLevel; }
+  // "error", "warning" or "note".
+  const char* Kind() const { return IsError() ? "error" : IsNote() ? "note" : "warning"; }
 };
 
 struct Assertion {

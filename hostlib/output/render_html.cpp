@@ -125,9 +125,16 @@ std::string Marks(const Footnotes& footnotes, const Cell& cell, std::size_t tabl
 }
 
 void WriteItem(const Message& message, const Document&, std::size_t, std::ostream& out) {
-  const char* kind = message.IsError() ? "error" : "warning";
-  out << "<p class=\"" << kind << "\">" << (message.IsError() ? "Error" : "Warning") << " (command "
-      << message.command << "): " << Html(message.text) << "</p>\n";
+  const MessagePlace& place = message.place;
+  out << "<p class=\"" << message.Kind() << "\">";
+  if (place.Known()) {
+    out << "<code>" << Escape(place.file) << ':' << *place.line << ':' << *place.column
+        << ":</code> ";
+  }
+  out << (message.IsError()  ? "Error"
+          : message.IsNote() ? "Note"
+                             : "Warning")
+      << " (command " << message.command << "): " << Html(message.text) << "</p>\n";
 }
 
 void WriteItem(const Assertion& assertion, const Document&, std::size_t, std::ostream& out) {

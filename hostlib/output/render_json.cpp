@@ -16,10 +16,17 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+Json OrNull(const std::optional<int>& value) { return value ? Json(*value) : Json(nullptr); }
+
 Json ToJson(const Message& message, const Document&) {
+  const MessagePlace& place = message.place;
   return Json{{"command", message.command},
-              {"type", message.IsError() ? "error" : "warning"},
-              {"text", ComposeText(message.text)}};
+              {"type", message.Kind()},
+              {"text", ComposeText(message.text)},
+              {"file", place.file.empty() ? Json(nullptr) : Json(place.file)},
+              {"line", OrNull(place.line)},
+              {"column", OrNull(place.column)},
+              {"commandLine", OrNull(place.commandLine)}};
 }
 
 Json ToJson(const Assertion& assertion, const Document&) {

@@ -1,7 +1,9 @@
 // Plain text for a terminal or a log:
 //
-//   Warning (command 2): One or more of the sets specified do not exist... $x
-//   Error (command 3): TEXT
+//   run.mrs:4:21: warning: One or more of the sets specified do not exist... $x
+//   MRSET /DISPLAY NAME=[$x].
+//                       ^
+//   Error (command 3): TEXT            (a message that stands nowhere)
 //   Assertion failed (command 4): CONDITION at FILE:LINE
 //
 //   TITLE
@@ -21,6 +23,7 @@
 #include <variant>
 #include <vector>
 
+#include "hostlib/output/diagnostic.h"
 #include "hostlib/output/render.h"
 #include "hostlib/output/table_layout.h"
 #include "hostlib/strings/unicode.h"
@@ -143,8 +146,15 @@ class TextRenderer final : public Renderer {
 
  private:
   static void WriteItem(const Message& message, const Document&, std::ostream& out) {
-    out << (message.IsError() ? "Error" : "Warning") << " (command " << message.command
-        << "): " << ComposeText(message.text) << '\n';
+    if (message.place.Known()) {
+      // A note stands beside the message it helps with: one line is enough.
+      out << DiagnosticLine(message) << '\n' << (message.IsNote() ? "" : CaretLines(message.place));
+      return;
+    }
+    out << (message.IsError()  ? "Error"
+            : message.IsNote() ? "Note"
+                               : "Warning")
+        << " (command " << message.command << "): " << ComposeText(message.text) << '\n';
   }
 
   static void WriteItem(const Assertion& assertion, const Document&, std::ostream& out) {

@@ -2,9 +2,11 @@
 #include <cstdio>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "host/output.h"
 #include "hostlib/output/document.h"
+#include "hostlib/output/message_context.h"
 #include "hostlib/output/output_target.h"
 
 namespace {
@@ -51,6 +53,13 @@ void BpComposite::Finish() { openSublist_ = 0; }
 // no other place for it.
 void BpError(const BpCellText& text, int /*show*/, int level) {
   hostlib::output::OutputTarget& target = hostlib::output::CurrentOutputTarget();
-  target.TargetDocument().Add(
-      hostlib::output::Message{target.CommandNumber(), level, text.Value()});
+  hostlib::output::Message message{target.CommandNumber(), level, text.Value(),
+                                   hostlib::output::CurrentMessagePlace()};
+  const std::vector<std::string> notes = hostlib::output::NotesAfter(message);
+  const hostlib::output::MessagePlace place = message.place;
+  target.TargetDocument().Add(std::move(message));
+  for (const std::string& note : notes) {
+    target.TargetDocument().Add(hostlib::output::Message{
+        target.CommandNumber(), hostlib::output::kNoteLevel, BpString(note, true).Value(), place});
+  }
 }

@@ -2,14 +2,21 @@
 // being run and the output document. It is the one place that ties the
 // host's libraries to the running command: it installs itself as the active
 // dataset of the data library, the command source of the syntax library and
-// the output target of the output library. The module reaches it only
+// the output target of the output library, and tells that library where
+// each message stands (the running command's source and token cursor). The module reaches it only
 // through the host/ declarations; the mrset program drives it from here.
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "hostlib/data/active_dataset.h"
 #include "hostlib/output/document.h"
+#include "hostlib/output/message_context.h"
 #include "hostlib/output/output_target.h"
 #include "hostlib/syntax/command_source.h"
 
@@ -17,7 +24,8 @@ namespace hostlib {
 
 class Session final : public data::ActiveDatasetSource,
                       public syntax::CommandSource,
-                      public output::OutputTarget {
+                      public output::OutputTarget,
+                      public output::MessageContext {
  public:
   static Session& Instance();
   ~Session() override;
@@ -28,8 +36,23 @@ class Session final : public data::ActiveDatasetSource,
   std::shared_ptr<data::Dataset> ActiveDataset() const override { return dataset_; }
   const VORN_DataSource* RootSource() const override { return root_.get(); }
 
-  void BeginCommand(int number, std::shared_ptr<const syntax::Command> command);
+  // `source` names the input in message places ("survey.mrs", "<stdin>").
+  void BeginCommand(int number, std::shared_ptr<const syntax::Command> command,
+                    std::string source = {});
   void EndCommand();
+  // Messages issued from now on stand at `position` of the running command's
+  // source rather than at its cursor (a host error that knows its place);
+  // nothing: at the cursor again.
+  void PointAt(std::optional<syntax::SourcePosition> position) { pointedAt_ = position; }
+  output::MessagePlace CurrentPlace() const override;
+  // The host's notes after a message (hostlib/diagnostics): a command that
+  // ran on is told once per command.
+  std::vector<std::string> NotesAfter(const output::Message& message) override;
+  // Which words begin a command (the program's modules), for the note on a
+  // command that ran on into the next.
+  void KnowCommandWords(std::function<bool(std::string_view)> isCommandWord) {
+    isCommandWord_ = std::move(isCommandWord);
+  }
   std::shared_ptr<const syntax::Command> CurrentCommand() const override { return command_; }
   int CommandNumber() const override { return commandNumber_; }
 
@@ -45,6 +68,10 @@ class Session final : public data::ActiveDatasetSource,
   std::shared_ptr<data::Dataset> dataset_;
   std::unique_ptr<VORN_DataSource> root_;
   std::shared_ptr<const syntax::Command> command_;
+  std::string source_;
+  std::optional<syntax::SourcePosition> pointedAt_;
+  std::function<bool(std::string_view)> isCommandWord_;
+  bool toldRunOn_ = false;  // in the running command
   int commandNumber_ = 0;
   output::Document output_;
 };

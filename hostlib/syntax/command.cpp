@@ -6,14 +6,25 @@
 
 namespace hostlib::syntax {
 
-Command::Command(std::string text, std::vector<Token> tokens, std::vector<SourcePosition> positions)
-    : text_(std::move(text)), tokens_(std::move(tokens)), positions_(std::move(positions)) {
+Command::Command(std::string text, std::vector<Token> tokens, std::vector<SourcePosition> positions,
+                 SourceLines lines)
+    : text_(std::move(text)),
+      tokens_(std::move(tokens)),
+      positions_(std::move(positions)),
+      lines_(std::move(lines)) {
   if (tokens_.empty() || tokens_.back().type != TokenSequenceBase::kEndOfCommand) {
     Token end;
     end.offset = static_cast<std::uint32_t>(text_.size());
     tokens_.push_back(end);
   }
   positions_.resize(tokens_.size(), positions_.empty() ? SourcePosition{} : positions_.back());
+}
+
+std::string_view Command::SourceLine(int line) const {
+  if (line < lines_.first || line - lines_.first >= static_cast<int>(lines_.lines.size())) {
+    return {};
+  }
+  return lines_.lines[static_cast<std::size_t>(line - lines_.first)];
 }
 
 std::string Command::TokenText(std::size_t index) const {

@@ -25,9 +25,17 @@ struct SourcePosition {
   int column = 1;
 };
 
+// The input lines a command was read from, as written (line ends cut off),
+// for messages that show where they stand.
+struct SourceLines {
+  int first = 1;  // the number of lines[0]
+  std::vector<std::string> lines;
+};
+
 class Command {
  public:
-  Command(std::string text, std::vector<Token> tokens, std::vector<SourcePosition> positions);
+  Command(std::string text, std::vector<Token> tokens, std::vector<SourcePosition> positions,
+          SourceLines lines = {});
 
   const std::string& Text() const { return text_; }
   std::size_t Size() const { return tokens_.size(); }
@@ -36,11 +44,16 @@ class Command {
   std::string TokenText(std::size_t index) const;
   // Where token `index` begins in the input.
   SourcePosition PositionOf(std::size_t index) const { return positions_[index]; }
+  // Input line `line` as written; empty for a line outside the command.
+  std::string_view SourceLine(int line) const;
+  // The line where the command began.
+  int FirstLine() const { return lines_.lines.empty() ? PositionOf(0).line : lines_.first; }
 
  private:
   std::string text_;
   std::vector<Token> tokens_;
   std::vector<SourcePosition> positions_;  // one per token
+  SourceLines lines_;
 };
 
 }  // namespace hostlib::syntax

@@ -75,6 +75,8 @@ void CommandSplitter::Append(std::string_view line, int lineNumber, const LineEn
   if (comment_) {
     return;
   }
+  if (lines_.lines.empty()) lines_.first = lineNumber;
+  lines_.lines.emplace_back(line);
   if (!text_.empty()) {
     text_.push_back('\n');
   }
@@ -103,9 +105,10 @@ SplitCommand CommandSplitter::Close() {
       result.error = errors_.front();
     }
     result.command = std::make_shared<const Command>(std::move(text_), std::move(tokens_),
-                                                     std::move(positions_));
+                                                     std::move(positions_), std::move(lines_));
   }
   text_.clear();
+  lines_ = {};
   tokens_.clear();
   positions_.clear();
   errors_.clear();

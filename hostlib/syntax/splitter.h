@@ -61,6 +61,7 @@ class CommandSplitter {
   SourcePosition start_;
   SourcePosition endPosition_;
   std::string text_;
+  SourceLines lines_;
   std::vector<Token> tokens_;
   std::vector<SourcePosition> positions_;
   std::vector<LexError> errors_;

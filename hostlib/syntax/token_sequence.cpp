@@ -6,6 +6,13 @@
 namespace hostlib::syntax {
 namespace {
 
+// The last cursor move: which command, which token.
+struct LastMove {
+  const Command* command = nullptr;
+  std::size_t token = 0;
+};
+LastMove lastMove;
+
 class CommandTokens final : public TokenSequenceBase {
  public:
   explicit CommandTokens(std::shared_ptr<const Command> command) : command_(std::move(command)) {
@@ -19,6 +26,7 @@ class CommandTokens final : public TokenSequenceBase {
     const auto last = static_cast<std::uint32_t>(command_->Size() - 1);
     current_ = std::min(next_, last);
     next_ = current_ + 1;
+    lastMove = {command_.get(), current_};
     return Type() != kEndOfCommand;
   }
   std::uint32_t GetPosition() const override { return current_; }
@@ -39,5 +47,12 @@ class CommandTokens final : public TokenSequenceBase {
 std::unique_ptr<TokenSequenceBase> TokenSequenceOver(std::shared_ptr<const Command> command) {
   return std::make_unique<CommandTokens>(std::move(command));
 }
+
+std::size_t CursorTokenOf(const Command& command) {
+  if (lastMove.command != &command) return 0;
+  return std::min(lastMove.token, command.Size() - 1);
+}
+
+void ForgetCursors() { lastMove = {}; }
 
 }  // namespace hostlib::syntax

@@ -12,4 +12,10 @@ namespace hostlib::syntax {
 // A null command reads as an empty one: only the end-of-command token.
 std::unique_ptr<TokenSequenceBase> TokenSequenceOver(std::shared_ptr<const Command> command);
 
+// The token at which the cursor that moved last over `command` stands: where
+// the command was reading when it issued a message. 0 (the command word)
+// when no cursor has moved over it since ForgetCursors.
+std::size_t CursorTokenOf(const Command& command);
+void ForgetCursors();
+
 }  // namespace hostlib::syntax

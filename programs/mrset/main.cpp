@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -60,6 +61,19 @@ struct SyntaxSource {
 };
 
 void Fail(const std::string& message) { std::cerr << "mrset: " << message << "\n"; }
+
+// Colour on standard error only for a terminal, and never under NO_COLOR.
+bool ColourOnStandardError() {
+  const char* noColour = std::getenv("NO_COLOR");
+  return ::isatty(STDERR_FILENO) != 0 && (noColour == nullptr || *noColour == '\0');
+}
+
+// Without -d every MRSET command ends silently: say why, once.
+void NoteNoDataset(bool colour) {
+  std::cerr << "mrset: " << (colour ? "\x1b[1;36mnote:\x1b[0m" : "note:")
+            << " no dataset is open (-d PATH opens one); MRSET commands do nothing without "
+               "one\n";
+}
 
 // Opens every source before anything runs, so that a file that cannot be
 // read stops the run before it changes a dataset.
@@ -140,7 +154,8 @@ int Run(const Options& options) {
   const bool prompt = options.interactive || (!options.batch && sources.empty() && terminal);
   if (sources.empty() && !prompt) sources.push_back({"standard input", "", nullptr, true});
 
-  mrset_program::ShellSettings settings{!options.noSave, {}, options.bail};
+  mrset_program::ShellSettings settings{
+      !options.noSave, {}, options.bail, ::isatty(STDOUT_FILENO) != 0, ColourOnStandardError()};
   try {
     if (!options.data.empty()) settings.lockTimeout = mrset_program::LockTimeoutFromEnvironment();
   } catch (const std::exception& failure) {
@@ -157,6 +172,7 @@ int Run(const Options& options) {
     return kExitCannotRun;
   }
 
+  if (options.data.empty()) NoteNoDataset(settings.colourDiagnostics);
   auto& session = hostlib::Session::Instance();
   int status = kExitClean;
   {

@@ -9,6 +9,7 @@
 #include "host/output.h"
 #include "host/syntax.h"
 #include "hostlib/data/dataset.h"
+#include "hostlib/output/diagnostic.h"
 #include "hostlib/session/session.h"
 #include "hostlib/strings/unicode.h"
 
@@ -22,6 +23,16 @@ std::string Where(const hostlib::syntax::SourcePosition& position, const std::st
          " of " + source + ": ";
 }
 
+// The source as message places name it, as compilers do: a file as given,
+// --execute text as "<command line>", standard input and the prompt as
+// "<stdin>". The host's own "Line L, column C of SOURCE" texts keep the
+// longer names.
+std::string PlaceName(const std::string& source) {
+  if (source.starts_with("--execute text")) return "<command line>";
+  if (source == "standard input" || source == "the prompt") return "<stdin>";
+  return source;
+}
+
 }  // namespace
 
 Runner::Runner(const CommandModules& modules, hostlib::data::DatasetStore* store, bool saveDataset,
@@ -32,7 +43,13 @@ Runner::Runner(const CommandModules& modules, hostlib::data::DatasetStore* store
       saveDataset_(saveDataset),
       lockTimeout_(lockTimeout),
       renderer_(&renderer),
-      out_(&out) {}
+      out_(&out) {
+  Session::Instance().KnowCommandWords([this](std::string_view word) {
+    return modules_.EntryFor(hostlib::strings::UpperCase(word)) != nullptr;
+  });
+}
+
+Runner::~Runner() { Session::Instance().KnowCommandWords(nullptr); }
 
 void Runner::Redirect(hostlib::output::Renderer& renderer, std::ostream& out) {
   written_ = Session::Instance().Output().Items().size();
@@ -63,17 +80,20 @@ bool Runner::RunStream(std::istream& in, const std::string& source) {
 
 void Runner::RunCommand(const hostlib::syntax::SplitCommand& split, const std::string& source) {
   if (split.comment) return;
-  Session::Instance().BeginCommand(++commandNumber_, split.command);
+  Session::Instance().BeginCommand(++commandNumber_, split.command, PlaceName(source));
   if (split.error) {
-    ReportHostError(Where(split.error->position, source) + split.error->message);
+    ReportHostError(Where(split.error->position, source) + split.error->message,
+                    split.error->position);
   } else if (split.command->At(0).type != TokenSequenceBase::kString) {
     ReportHostError(Where(split.start, source) + "A command name was expected. Found \"" +
-                    split.command->TokenText(0) + "\".");
+                        split.command->TokenText(0) + "\".",
+                    split.start);
   } else if (const auto entry =
                  modules_.EntryFor(hostlib::strings::UpperCase(split.command->TokenText(0)));
              entry == nullptr) {
     ReportHostError(Where(split.start, source) + "\"" + split.command->TokenText(0) +
-                    "\" is not a command of this program; it was skipped.");
+                        "\" is not a command of this program; it was skipped.",
+                    split.start);
   } else {
     RunModule(entry);
   }
@@ -138,17 +158,24 @@ void Runner::DropUnsavedChanges() {
   }
 }
 
-void Runner::ReportHostError(const std::string& text) {
+void Runner::ReportHostError(const std::string& text,
+                             std::optional<hostlib::syntax::SourcePosition> at) {
+  Session::Instance().PointAt(at);
   BpError(BpString(text, true), kShowInOutput, kErrorLevel);
+  Session::Instance().PointAt(std::nullopt);
 }
 
 // What is written is let go: memory holds one command's output at a time.
 void Runner::WriteNewOutput() {
   auto& document = Session::Instance().Output();
   renderer_->Write(document, written_, *out_);
+  out_->flush();
+  if (diagnostics_ != nullptr) {
+    hostlib::output::WriteDiagnostics(document, written_, *diagnostics_, colour_);
+    diagnostics_->flush();
+  }
   document.DropItems();
   written_ = document.Items().size();
-  out_->flush();
 }
 
 bool Runner::HadErrors() const { return Session::Instance().Output().ErrorCount() > 0; }

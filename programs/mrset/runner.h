@@ -26,6 +26,9 @@ class Runner {
   Runner(const CommandModules& modules, hostlib::data::DatasetStore* store, bool saveDataset,
          std::chrono::milliseconds lockTimeout, hostlib::output::Renderer& renderer,
          std::ostream& out);
+  Runner(const Runner&) = delete;
+  Runner& operator=(const Runner&) = delete;
+  ~Runner();
 
   // Every command of a whole text; `source` names it in messages.
   void RunText(std::string_view text, const std::string& source);
@@ -41,6 +44,13 @@ class Runner {
   // `renderer` to `out`; output already written stays where it went.
   void UseStore(hostlib::data::DatasetStore* store) { store_ = store; }
   void Redirect(hostlib::output::Renderer& renderer, std::ostream& out);
+  // Each message of later commands also goes to `diagnostics` as one
+  // "FILE:LINE:COLUMN: error: TEXT" line (null: nowhere), coloured with
+  // `colour`.
+  void SendDiagnostics(std::ostream* diagnostics, bool colour) {
+    diagnostics_ = diagnostics;
+    colour_ = colour;
+  }
 
  private:
   void RunModule(CommandModule::Entry entry);
@@ -48,7 +58,9 @@ class Runner {
   // hold on the store; a failure is reported and the changes are dropped.
   void SaveDataset(std::optional<hostlib::data::CommandScope>& scope);
   void DropUnsavedChanges();
-  void ReportHostError(const std::string& text);
+  // `at`: where the fault stands when the host knows (else the cursor).
+  void ReportHostError(const std::string& text,
+                       std::optional<hostlib::syntax::SourcePosition> at = std::nullopt);
   void WriteNewOutput();
 
   const CommandModules& modules_;
@@ -57,6 +69,8 @@ class Runner {
   std::chrono::milliseconds lockTimeout_;
   hostlib::output::Renderer* renderer_;
   std::ostream* out_;
+  std::ostream* diagnostics_ = nullptr;
+  bool colour_ = false;
   int commandNumber_ = 0;
   std::size_t written_ = 0;
 };

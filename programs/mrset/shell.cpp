@@ -33,6 +33,15 @@ void Shell::Start() {
   BeginOutput();
   runner_ = std::make_unique<Runner>(modules_, store_.get(), settings_.saveDataset,
                                      settings_.lockTimeout, *renderer_, Out());
+  RouteDiagnostics();
+}
+
+void Shell::RouteDiagnostics() {
+  if (!runner_) return;
+  const bool documentElsewhere = !outputPath_.empty() ||
+                                 format_ != hostlib::output::Format::kText ||
+                                 !settings_.outputIsTerminal;
+  runner_->SendDiagnostics(documentElsewhere ? &errors_ : nullptr, settings_.colourDiagnostics);
 }
 
 std::ostream& Shell::Out() { return outputStream_ ? *outputStream_ : std::cout; }
@@ -220,6 +229,7 @@ void Shell::BeginOutput() {
   }
   renderer_->Begin(Out());
   if (runner_) runner_->Redirect(*renderer_, Out());
+  RouteDiagnostics();
 }
 
 bool Shell::CloseOutput() {

@@ -26,6 +26,10 @@ struct ShellSettings {
   bool saveDataset = true;
   std::chrono::milliseconds lockTimeout{};
   bool bail = false;  // stop at the first command that issues an error
+  // Whether standard output is a terminal: when it is not, or the document
+  // goes to a file or is no text, each message goes to `errors` as well.
+  bool outputIsTerminal = false;
+  bool colourDiagnostics = false;  // colour them (`errors` is a terminal)
 };
 
 class Shell {
@@ -85,6 +89,8 @@ class Shell {
   std::ostream& Out();
   bool CloseOutput();
   std::string Title() const;
+  // Messages to `errors` too while the document does not reach the terminal.
+  void RouteDiagnostics();
 
   const CommandModules& modules_;
   ShellSettings settings_;

@@ -61,6 +61,14 @@ void Messages() {
   VORN_AssertionFailed("!subcmd.fNames.empty()", "backend/mrset/mrsetapply", 120);
   Command(4);
   output_test::Report("Unexpected token ^1 in this context", "<\"'&>");
+  // A message with its place; the caret skips a tab, a wide and a combining
+  // character on its way to column 6.
+  Output().Add(hostlib::output::Message{
+      5, kErrorLevel, BpString("Variable drink2. does not exist in the dataset.", true).Value(),
+      hostlib::output::MessagePlace{"run.mrs", 2, 6, 1, "\t野́x drink2."}});
+  Output().Add(hostlib::output::Message{
+      5, hostlib::output::kNoteLevel, BpString("drink2 exists", true).Value(),
+      hostlib::output::MessagePlace{"run.mrs", 2, 6, 1, "\t野́x drink2."}});
 }
 
 struct GoldenCase {
@@ -146,8 +154,10 @@ TEST_F(RenderTest, JsonHasTheDocumentedShape) {
       4, {{"$likes", "Liked items", false, "1", true, "Numeric", {"Likes apples", "Likes pears"}}});
 
   const auto expected = nlohmann::ordered_json::parse(R"json({"output": [
-  {"command": 1, "type": "error", "text": "Empty MDGroup found"},
-  {"command": 2, "type": "warning", "text": "No MRSET to display"},
+  {"command": 1, "type": "error", "text": "Empty MDGroup found",
+   "file": null, "line": null, "column": null, "commandLine": null},
+  {"command": 2, "type": "warning", "text": "No MRSET to display",
+   "file": null, "line": null, "column": null, "commandLine": null},
   {"command": 3, "type": "assertion", "text": "!subcmd.fNames.empty()",
    "file": "backend/mrset/mrsetapply", "line": 120},
   {"command": 4, "type": "table", "title": "Multiple Response Sets",

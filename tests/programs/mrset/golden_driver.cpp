@@ -6,7 +6,10 @@
 //   ==== dataset FILE      copy data/FILE to a fresh folder; runs get -d on it
 //   ==== copy FILE         copy data/FILE beside it (case data, say)
 //   ==== run ARGS          run mrset with ARGS on the syntax that follows
-//   ==== output            what the run writes (JSON compared as JSON)
+//   ==== output            what the run writes to standard output (JSON
+//                          compared as JSON)
+//   ==== stderr            what it writes to standard error (unchecked when
+//                          absent)
 //   ==== exit N            the run's exit status (0 when absent)
 // (the source line of a module assertion is written "#": see MaskAssertionLines)
 //   ==== sets              the dataset's multipleResponseSets after the run
@@ -50,6 +53,7 @@ struct RunSpec {
   std::string args;
   std::string syntax;
   std::optional<std::string> output;
+  std::optional<std::string> errors;
   int exitStatus = 0;
   std::optional<std::string> sets;
   std::optional<std::string> file;
@@ -85,10 +89,12 @@ Case ParseCase(const std::string& text) {
       parsed.dataset = rest;
       body = &scratch;
     } else if (kind == "run") {
-      parsed.runs.push_back(RunSpec{rest, "", {}, 0, {}, {}});
+      parsed.runs.push_back(RunSpec{rest, "", {}, {}, 0, {}, {}});
       body = &parsed.runs.back().syntax;
     } else if (kind == "output") {
       body = &parsed.runs.back().output.emplace();
+    } else if (kind == "stderr") {
+      body = &parsed.runs.back().errors.emplace();
     } else if (kind == "exit") {
       parsed.runs.back().exitStatus = std::stoi(rest);
       body = &scratch;
@@ -105,6 +111,7 @@ Case ParseCase(const std::string& text) {
 
 struct Result {
   std::string output;
+  std::string errors;  // standard error, when the command line sent it to a file
   int exitStatus = -1;
 };
 
@@ -140,7 +147,8 @@ void ExpectSameOutput(const std::string& expected, const std::string& actual,
 // Where in the module's source an assertion stands is no part of the
 // contract: the line is shown as "#" on both sides of the comparison.
 std::string MaskAssertionLines(const std::string& output) {
-  static const std::regex json(R"re(("file":"[^"]*","line":)[0-9]+)re");
+  // A message's place has a column after its line; an assertion's has none.
+  static const std::regex json(R"re(("file":"[^"]*","line":)[0-9]+(?![0-9]|,"column"))re");
   static const std::regex text(R"re((Assertion failed[^\n]* at (?:<code>)?[^ \n<]+):[0-9]+)re");
   return std::regex_replace(std::regex_replace(output, json, "$1\"#\""), text, "$1:#");
 }
@@ -243,9 +251,12 @@ TEST_P(GoldenCase, MatchesExpectations) {
     WriteFile(syntax, run.syntax);
     std::string commandLine = "cd " + Quote(work.string()) + " && " + Quote(MRSET_PROGRAM);
     if (!dataset.empty()) commandLine += " -d " + Quote(dataset.filename().string());
-    commandLine += " " + run.args + " " + Quote(syntax.filename().string()) + " 2>&1";
+    const fs::path errors = work / "stderr.txt";
+    commandLine +=
+        " " + run.args + " " + Quote(syntax.filename().string()) + " 2>" + Quote(errors.string());
     Result result = RunProgram(commandLine);
     result.output = MaskAssertionLines(asShown(result.output));
+    result.errors = asShown(ReadFile(errors));
 
     EXPECT_EQ(run.exitStatus, result.exitStatus) << what << "\n" << result.output;
     if (run.output) {
@@ -257,6 +268,16 @@ TEST_P(GoldenCase, MatchesExpectations) {
         const auto at = updated.find(*run.output);
         if (at != std::string::npos) {
           updated.replace(at, run.output->size(), result.output);
+          rewrite = true;
+        }
+      }
+    }
+    if (run.errors) {
+      EXPECT_EQ(*run.errors, result.errors) << what << ": standard error";
+      if (!database && std::getenv("MRSET_UPDATE_GOLDEN") != nullptr &&
+          *run.errors != result.errors && !run.errors->empty()) {
+        if (const auto at = updated.find(*run.errors); at != std::string::npos) {
+          updated.replace(at, run.errors->size(), result.errors);
           rewrite = true;
         }
       }
