@@ -67,9 +67,19 @@ CaseReading& Reading() {
 
 }  // namespace
 
+const std::vector<std::string>& CaseSourceKeys() {
+  static const std::vector<std::string> keys = {"path", "dialect", "missingValues"};
+  return keys;
+}
+
+// Only these keys are parsed: the dictionary may be large.
 std::optional<CaseSource> CaseSourceOfCodebook(const std::filesystem::path& codebook) {
-  // Only these keys are parsed: the dictionary may be large.
-  const auto members = data::ReadTopLevelMembers(codebook, {"path", "dialect", "missingValues"});
+  return CaseSourceOfMembers(codebook, data::ReadTopLevelMembers(codebook, CaseSourceKeys()));
+}
+
+std::optional<CaseSource> CaseSourceOfMembers(
+    const std::filesystem::path& codebook,
+    const std::optional<std::map<std::string, std::string>>& members) {
   if (!members || members->count("path") == 0) return std::nullopt;
   Json document = Json::object();
   for (const auto& [key, text] : *members) {

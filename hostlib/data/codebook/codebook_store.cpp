@@ -1,5 +1,6 @@
 #include "hostlib/data/codebook/codebook_store.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -24,6 +25,7 @@ Dataset CodebookFile::Load() {
   setsPlace_ = read.place;
   setsText_ = setsPlace_.present ? std::string(setsPlace_.value.Of(*text_)) : std::string();
   storedSets_ = std::move(read.sets);
+  topLevel_ = std::move(read.topLevel);
   identity_ = identity;
   return std::move(read.dataset);
 }
@@ -115,6 +117,19 @@ void CodebookFile::SaveWhole(std::string_view text) {
   }
   // Under the lock nobody else replaces the file between the write and this.
   if (!files::IdentifyFile(path_, identity_)) identity_ = {};
+}
+
+std::optional<std::map<std::string, std::string>> CodebookFile::TopLevelMembers(
+    const std::vector<std::string>& keys) {
+  if (!loaded_) return DatasetStore::TopLevelMembers(keys);
+  std::map<std::string, std::string> found;
+  for (const json_spans::Member& member : topLevel_) {
+    const std::string key = json_spans::KeyText(*text_, member.key);
+    if (std::find(keys.begin(), keys.end(), key) != keys.end()) {
+      found[key] = std::string(member.value.Of(*text_));
+    }
+  }
+  return found;
 }
 
 DatasetContents CodebookFile::Export() {

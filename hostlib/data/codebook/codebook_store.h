@@ -37,6 +37,8 @@ class CodebookFile final : public DatasetStore {
   void AbortCommand() noexcept override { lock_.Release(); }
   DatasetContents Export() override;
   void Create(const DatasetContents& contents) override;
+  std::optional<std::map<std::string, std::string>> TopLevelMembers(
+      const std::vector<std::string>& keys) override;
 
  private:
   void SaveWhole(std::string_view text);
@@ -50,8 +52,9 @@ class CodebookFile final : public DatasetStore {
   std::shared_ptr<const std::string> text_;
   SetsPlace setsPlace_;
   std::string setsText_;
-  std::vector<VariableSet> storedSets_;  // the sets as the file holds them
-  files::FileIdentity identity_;         // of the file last read or written
+  std::vector<json_spans::Member> topLevel_;  // in text_
+  std::vector<VariableSet> storedSets_;       // the sets as the file holds them
+  files::FileIdentity identity_;              // of the file last read or written
   files::FileLock lock_;
 };
 

@@ -103,7 +103,8 @@ class DocumentReader {
   // The field at `index` of the list.
   VORN_Variable ReadField(const Element& element, std::size_t index) const {
     const Place root;
-    return ReadField(element, root.Child(kCodebookFieldsKey).Child(index));
+    const Place fields = root.Child(kCodebookFieldsKey);
+    return ReadField(element, fields.Child(index));
   }
 
   std::vector<VariableSet> ReadSetList(const Element& sets) const {
@@ -124,7 +125,8 @@ class DocumentReader {
   void CheckField(std::size_t index, bool isObject, bool hasName,
                   std::optional<std::string_view> name) const {
     const Place root;
-    const Place field = root.Child(kCodebookFieldsKey).Child(index);
+    const Place fields = root.Child(kCodebookFieldsKey);
+    const Place field = fields.Child(index);
     if (!isObject) Fail(field, "must be an object");
     const Place place = field.Child("name");
     if (!hasName) Fail(place, "is missing");
@@ -488,6 +490,7 @@ struct Scan {
   bool setsPresent = false;
   std::size_t setsKeyBegin = 0;
   spans::Span setsValue;
+  std::vector<spans::Member> topLevel;
 };
 
 // Whether a top-level or field key is `wanted`: compared on the raw bytes,
@@ -546,6 +549,8 @@ class Scanner {
       } else {
         scan.lastValueEnd = spans::SkipValue(text_, valueBegin);
       }
+      scan.topLevel.push_back(
+          {{keyBegin, spans::SkipValue(text_, keyBegin)}, {valueBegin, scan.lastValueEnd}});
       if (isSets) {
         scan.setsPresent = true;
         scan.setsKeyBegin = keyBegin;
@@ -661,6 +666,8 @@ CodebookText ReadWhole(const std::shared_ptr<const std::string>& text, const std
   DescriptorContents contents = ReadCarefully(*text, file);
   CodebookText result;
   result.place = LocateSets(*text, contents.sets);
+  const std::size_t rootBegin = spans::SkipWhitespace(*text, 0);
+  result.topLevel = spans::ObjectMembers(*text, {rootBegin, spans::SkipValue(*text, rootBegin)});
   result.sets = contents.sets;
   result.dataset = Dataset(std::move(contents.variables), std::move(contents.sets));
   return result;
@@ -713,8 +720,8 @@ std::optional<std::map<std::string, std::string>> ReadTopLevelMembers(
     // A database is no codebook: its header is enough to tell.
     std::array<char, 16> head{};
     std::ifstream in(path, std::ios::binary);
-    if (!in.read(head.data(), head.size()) ||
-        std::string_view(head.data(), head.size()) == std::string_view("SQLite format 3\0", 16)) {
+    in.read(head.data(), head.size());
+    if (std::string_view(head.data(), head.size()) == std::string_view("SQLite format 3\0", 16)) {
       return std::nullopt;
     }
   }
@@ -768,6 +775,7 @@ CodebookText ReadCodebookText(std::shared_ptr<const std::string> text, const std
   if (!scan.fieldsAnArray) reader.FailAt(kCodebookFieldsKey, "must be an array");
   CodebookText result;
   result.place = PlaceOf(*text, scan);
+  result.topLevel = std::move(scan.topLevel);
   if (scan.setsPresent) {
     if (!ReadSetList(*text, scan.setsValue, reader, result.sets)) return ReadWhole(text, file);
     KeepExtras(*text, scan.setsValue, result.sets);

@@ -37,6 +37,7 @@ struct CodebookText {
   Dataset dataset;  // its dictionary reads from the text
   std::vector<VariableSet> sets;
   SetsPlace place;
+  std::vector<json_spans::Member> topLevel;  // the top level's members
 };
 
 // The spare capacity the fast parser reads past the end of a text.
