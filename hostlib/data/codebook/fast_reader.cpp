@@ -4,6 +4,7 @@
 #include <simdjson.h>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <algorithm>
 #include <array>
@@ -677,6 +678,20 @@ CodebookText ReadWhole(const std::shared_ptr<const std::string>& text, const std
 
 static_assert(kReadPadding >= simdjson::SIMDJSON_PADDING);
 
+namespace {
+
+// A large text is touched page by page as it is read; in pages of 2 MB that
+// costs a fraction of the faults (where the system grants them).
+void AdviseHugePages(char* data, std::size_t size) {
+  constexpr std::uintptr_t kHugePage = std::uintptr_t{2} << 20;
+  const auto start = reinterpret_cast<std::uintptr_t>(data);
+  const std::uintptr_t begin = (start + kHugePage - 1) & ~(kHugePage - 1);
+  const std::uintptr_t end = (start + size) & ~(kHugePage - 1);
+  if (end > begin) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+}
+
+}  // namespace
+
 // The whole file in one read, with the spare bytes the fast parser reads
 // past the end.
 std::shared_ptr<std::string> ReadPaddedFile(const std::filesystem::path& path,
@@ -691,6 +706,7 @@ std::shared_ptr<std::string> ReadPaddedFile(const std::filesystem::path& path,
   identity = {info.st_dev, info.st_ino, info.st_size, info.st_mtim};
   auto text = std::make_shared<std::string>();
   text->reserve(static_cast<std::size_t>(info.st_size) + kReadPadding);
+  AdviseHugePages(text->data(), text->capacity());
   for (;;) {
     const std::size_t size = text->size();
     const std::size_t room = text->capacity() - std::min(text->capacity(), size + kReadPadding);
