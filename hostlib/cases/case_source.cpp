@@ -1,10 +1,10 @@
 #include "hostlib/cases/case_source.h"
 
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 #include <nlohmann/json.hpp>
+
+#include "hostlib/data/codebook/top_level_members.h"
 
 namespace hostlib::cases {
 namespace {
@@ -67,13 +67,24 @@ CaseReading& Reading() {
 
 }  // namespace
 
+const std::vector<std::string>& CaseSourceKeys() {
+  static const std::vector<std::string> keys = {"path", "dialect", "missingValues"};
+  return keys;
+}
+
+// Only these keys are parsed: the dictionary may be large.
 std::optional<CaseSource> CaseSourceOfCodebook(const std::filesystem::path& codebook) {
-  std::ifstream in(codebook, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  const Json document = Json::parse(text.str(), nullptr, false);
-  if (document.is_discarded() || !document.is_object() || !document.contains("path")) {
-    return std::nullopt;
+  return CaseSourceOfMembers(codebook, data::ReadTopLevelMembers(codebook, CaseSourceKeys()));
+}
+
+std::optional<CaseSource> CaseSourceOfMembers(
+    const std::filesystem::path& codebook,
+    const std::optional<std::map<std::string, std::string>>& members) {
+  if (!members || members->count("path") == 0) return std::nullopt;
+  Json document = Json::object();
+  for (const auto& [key, text] : *members) {
+    document[key] = Json::parse(text, nullptr, false);
+    if (document[key].is_discarded()) return std::nullopt;
   }
   const Json& path = document["path"];
   if (!path.is_string() || path.get_ref<const std::string&>().empty()) {

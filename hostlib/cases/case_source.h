@@ -3,6 +3,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,6 +24,14 @@ struct CaseSource {
 // the file is no JSON object or has no "path". Throws std::runtime_error,
 // naming the codebook and the key, for a key of the wrong kind.
 std::optional<CaseSource> CaseSourceOfCodebook(const std::filesystem::path& codebook);
+
+// The keys CaseSourceOfCodebook reads.
+const std::vector<std::string>& CaseSourceKeys();
+// The same from those keys' JSON texts, as a store read them
+// (DatasetStore::TopLevelMembers).
+std::optional<CaseSource> CaseSourceOfMembers(
+    const std::filesystem::path& codebook,
+    const std::optional<std::map<std::string, std::string>>& members);
 
 // The case source that readers open; none until the program sets one.
 void SetActiveCaseSource(std::optional<CaseSource> source);

@@ -1,13 +1,20 @@
-// A dataset as the host holds it in memory: the dictionary (variables in
-// column order) and the stored multiple response sets.
+// A dataset as the host holds it: the dictionary (variables in column order)
+// and the stored multiple response sets.
 //
-// Guarantees: variable names are unique without regard to case; FindVarIndex
-// goes through a hash index of the case-folded names (no scan); the set list
-// is kept exactly as it was last replaced.
+// The dictionary is either held in memory or read on demand from a
+// DictionarySource: a variable is built when first asked for and kept, so a
+// reference to it stays valid while the dataset lives; Variables() builds
+// them all.
+//
+// Guarantees: variable names are unique without regard to case (a source
+// vouches for its own); FindVarIndex goes through an index of the
+// case-folded names (no scan); the set list is kept exactly as it was last
+// replaced.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -15,6 +22,7 @@
 #include <vector>
 
 #include "host/data_source.h"
+#include "hostlib/data/dictionary_source.h"
 
 namespace hostlib::data {
 
@@ -30,14 +38,17 @@ class Dataset {
   Dataset() = default;
   // Throws DatasetError when two variables share a name (any letter case).
   explicit Dataset(std::vector<VORN_Variable> variables, std::vector<VariableSet> sets = {});
+  // A dictionary read on demand from `dictionary`.
+  explicit Dataset(std::shared_ptr<const DictionarySource> dictionary,
+                   std::vector<VariableSet> sets = {});
 
-  unsigned int ColumnCount() const { return static_cast<unsigned int>(variables_.size()); }
+  unsigned int ColumnCount() const;
   int FindVarIndex(std::string_view name) const;  // -1 when none
-  // Throws std::out_of_range for an index outside the dictionary.
-  const VORN_Variable& Variable(int index) const {
-    return variables_.at(static_cast<std::size_t>(index));
-  }
-  const std::vector<VORN_Variable>& Variables() const { return variables_; }
+  // Throws std::out_of_range for an index outside the dictionary, and
+  // DatasetError when the source cannot read the variable.
+  const VORN_Variable& Variable(int index) const;
+  // Every variable; throws DatasetError as Variable.
+  const std::vector<VORN_Variable>& Variables() const;
   void AddVariable(VORN_Variable variable);  // throws DatasetError on a repeated name
 
   const std::vector<VariableSet>& MultipleResponseSets() const { return sets_; }
@@ -48,7 +59,14 @@ class Dataset {
   std::uint64_t SetsRevision() const { return setsRevision_; }
 
  private:
-  std::vector<VORN_Variable> variables_;
+  // Copies the dictionary of the source into memory, the source let go.
+  void TakeIntoMemory();
+
+  std::shared_ptr<const DictionarySource> dictionary_;
+  // The variables read from the source so far (nodes: they do not move).
+  mutable std::unordered_map<int, VORN_Variable> readVariables_;
+  // In memory: the dictionary; with a source: all of it once Variables() ran.
+  mutable std::vector<VORN_Variable> variables_;
   std::unordered_map<std::string, int> indexByFoldedName_;
   std::vector<VariableSet> sets_;
   std::uint64_t setsRevision_ = 0;

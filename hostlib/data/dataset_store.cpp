@@ -2,9 +2,16 @@
 
 #include <sstream>
 
+#include "hostlib/data/codebook/top_level_members.h"
+
 namespace hostlib::data {
 
 namespace fs = std::filesystem;
+
+std::optional<std::map<std::string, std::string>> DatasetStore::TopLevelMembers(
+    const std::vector<std::string>& keys) {
+  return ReadTopLevelMembers(Path(), keys);
+}
 
 std::string LockTimeoutMessage(const fs::path& path, std::chrono::milliseconds timeout) {
   std::ostringstream seconds;

@@ -9,10 +9,12 @@
 
 #include <chrono>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "hostlib/data/dataset.h"
 
@@ -69,6 +71,12 @@ class DatasetStore {
   // Makes the file, which must not exist yet, holding `contents`, all or
   // nothing. Throws DatasetError, naming the file and the fault.
   virtual void Create(const DatasetContents& contents) = 0;
+
+  // The JSON text of each of `keys` at the top level of the file, when it is
+  // a JSON object (the last of a repeated key): what the file says beside
+  // its dataset. A store that read its file answers from what it read.
+  virtual std::optional<std::map<std::string, std::string>> TopLevelMembers(
+      const std::vector<std::string>& keys);
 };
 
 // One command's hold on a store: aborts the command unless Finish was called.

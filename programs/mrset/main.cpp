@@ -124,10 +124,15 @@ bool CanWriteBeside(const std::filesystem::path& path) {
 }
 
 // The case data: --cases, else the codebook's "path"; the codebook's dialect
-// and missing values hold either way.
-std::optional<hostlib::cases::CaseSource> CaseSourceOf(const Options& options) {
+// and missing values hold either way. The open dataset's store says what its
+// file holds beside the dataset.
+std::optional<hostlib::cases::CaseSource> CaseSourceOf(const Options& options,
+                                                       hostlib::data::DatasetStore* store) {
   std::optional<hostlib::cases::CaseSource> source;
-  if (!options.data.empty()) source = hostlib::cases::CaseSourceOfCodebook(options.data);
+  if (store != nullptr) {
+    source = hostlib::cases::CaseSourceOfMembers(
+        options.data, store->TopLevelMembers(hostlib::cases::CaseSourceKeys()));
+  }
   if (!options.cases.empty()) {
     if (!source) source.emplace();
     source->path = options.cases;
@@ -166,7 +171,6 @@ int Run(const Options& options) {
   std::optional<mrset_program::CommandModules> modules;
   try {
     modules = mrset_program::CommandModules::LoadBesideProgram();
-    hostlib::cases::SetActiveCaseSource(CaseSourceOf(options));
   } catch (const std::exception& failure) {
     Fail(failure.what());
     return kExitCannotRun;
@@ -185,6 +189,12 @@ int Run(const Options& options) {
         Fail(failure.what());
         return kExitCannotRun;
       }
+    }
+    try {
+      hostlib::cases::SetActiveCaseSource(CaseSourceOf(options, shell.Store()));
+    } catch (const std::exception& failure) {
+      Fail(failure.what());
+      return kExitCannotRun;
     }
     shell.Start();
     for (const std::string& cmd : options.cmds) {

@@ -50,6 +50,8 @@ class Shell {
   // Opens the dataset in `path` and makes it the active one; throws
   // std::exception with a message for the user when it cannot be read.
   void OpenDataset(const std::filesystem::path& path);
+  // The store of the dataset opened last; null when none.
+  hostlib::data::DatasetStore* Store() const { return store_.get(); }
 
   // The commands of a whole text; `source` names it in messages.
   void RunText(std::string_view text, const std::string& source);

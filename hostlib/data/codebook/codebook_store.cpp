@@ -1,5 +1,6 @@
 #include "hostlib/data/codebook/codebook_store.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -16,22 +17,17 @@ CodebookFile::CodebookFile(fs::path path, files::Env& env) : path_(std::move(pat
 CodebookFile::~CodebookFile() = default;
 
 Dataset CodebookFile::Load() {
-  const std::string file = path_.string();
   files::FileIdentity identity;
-  std::string text;
-  try {
-    text = files::ReadWholeFile(path_, &identity, env_);
-  } catch (const files::FileError& error) {
-    throw DatasetError(error.what());
-  }
-  CodebookText read = ReadCodebookText(text, file);
-  Dataset dataset(std::move(read.contents.variables), read.contents.sets);
+  std::shared_ptr<const std::string> text = ReadPaddedFile(path_, identity, env_);
+  CodebookText read = ReadCodebookText(text, path_.string());
   loaded_ = true;
   text_ = std::move(text);
-  setsPlace_ = std::move(read.place);
-  storedSets_ = std::move(read.contents.sets);
+  setsPlace_ = read.place;
+  setsText_ = setsPlace_.present ? std::string(setsPlace_.value.Of(*text_)) : std::string();
+  storedSets_ = std::move(read.sets);
+  topLevel_ = std::move(read.topLevel);
   identity_ = identity;
-  return dataset;
+  return std::move(read.dataset);
 }
 
 std::optional<Dataset> CodebookFile::BeginCommand(std::chrono::milliseconds timeout) {
@@ -85,11 +81,32 @@ void CodebookFile::Save(const Dataset& dataset) {
     storedSets_ = dataset.MultipleResponseSets();
     return;
   }
-  // Only the set list differs from the file, so the text stays in step with
-  // it even when the write fails.
-  SpliceSets(text_, setsPlace_, dataset.MultipleResponseSets(), path_);
-  SaveWhole(text_);
-  storedSets_ = dataset.MultipleResponseSets();
+  // The file is the text read with the bytes at the set list's place
+  // replaced; only those are made anew.
+  const std::vector<VariableSet>& sets = dataset.MultipleResponseSets();
+  std::string setsText = setsText_;
+  if (setsPlace_.present || !sets.empty()) {
+    setsText = RenderSetList(sets, setsPlace_.indent, path_);
+    if (!setsPlace_.present) {
+      setsText = ",\n" + setsPlace_.indent + "\"" + kCodebookSetsKey + "\": " + setsText;
+    }
+  }
+  const std::string_view text(*text_);
+  const std::size_t cutBegin = setsPlace_.present ? setsPlace_.value.begin : setsPlace_.insertAt;
+  const std::size_t cutEnd = setsPlace_.present ? setsPlace_.value.end : setsPlace_.insertAt;
+  try {
+    files::AtomicFileWriter writer(path_, env_);
+    writer.Append(text.substr(0, cutBegin));
+    writer.Append(setsText);
+    writer.Append(text.substr(cutEnd));
+    writer.Commit();
+  } catch (const files::FileError& error) {
+    throw DatasetError(error.what());
+  }
+  // Under the lock nobody else replaces the file between the write and this.
+  if (!files::IdentifyFile(path_, identity_)) identity_ = {};
+  setsText_ = std::move(setsText);
+  storedSets_ = sets;
 }
 
 void CodebookFile::SaveWhole(std::string_view text) {
@@ -102,10 +119,23 @@ void CodebookFile::SaveWhole(std::string_view text) {
   if (!files::IdentifyFile(path_, identity_)) identity_ = {};
 }
 
+std::optional<std::map<std::string, std::string>> CodebookFile::TopLevelMembers(
+    const std::vector<std::string>& keys) {
+  if (!loaded_) return DatasetStore::TopLevelMembers(keys);
+  std::map<std::string, std::string> found;
+  for (const json_spans::Member& member : topLevel_) {
+    const std::string key = json_spans::KeyText(*text_, member.key);
+    if (std::find(keys.begin(), keys.end(), key) != keys.end()) {
+      found[key] = std::string(member.value.Of(*text_));
+    }
+  }
+  return found;
+}
+
 DatasetContents CodebookFile::Export() {
   Dataset dataset = Load();
   auto descriptor =
-      std::make_shared<Descriptor>(Descriptor{ParseDescriptor(text_, path_.string())});
+      std::make_shared<Descriptor>(Descriptor{ParseDescriptor(*text_, path_.string())});
   return {std::move(dataset), std::move(descriptor)};
 }
 

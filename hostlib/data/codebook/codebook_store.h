@@ -1,7 +1,8 @@
 // The codebook file as a dataset store (the format: descriptor.h).
 //
-// Load keeps the file's text; Save replaces only the value of
-// "multipleResponseSets" in it (splice_writer.h), so every other byte is
+// Load reads the file once and keeps its text: the dictionary is read from
+// it on demand (fast_reader.h). Save writes the text with only the value of
+// "multipleResponseSets" replaced (splice_writer.h), so every other byte is
 // written back as it was read.
 //
 // A command holds an flock on "<file>.lock" beside the file (beside the file
@@ -36,6 +37,8 @@ class CodebookFile final : public DatasetStore {
   void AbortCommand() noexcept override { lock_.Release(); }
   DatasetContents Export() override;
   void Create(const DatasetContents& contents) override;
+  std::optional<std::map<std::string, std::string>> TopLevelMembers(
+      const std::vector<std::string>& keys) override;
 
  private:
   void SaveWhole(std::string_view text);
@@ -43,10 +46,15 @@ class CodebookFile final : public DatasetStore {
   std::filesystem::path path_;
   files::Env& env_;
   bool loaded_ = false;
-  std::string text_;  // as last loaded or saved
+  // The text as last loaded, shared with the dictionary read from it; the
+  // file holds it with the bytes at the set list's place replaced by
+  // setsText_.
+  std::shared_ptr<const std::string> text_;
   SetsPlace setsPlace_;
-  std::vector<VariableSet> storedSets_;  // the sets as the file holds them
-  files::FileIdentity identity_;         // of the file last read or written
+  std::string setsText_;
+  std::vector<json_spans::Member> topLevel_;  // in text_
+  std::vector<VariableSet> storedSets_;       // the sets as the file holds them
+  files::FileIdentity identity_;              // of the file last read or written
   files::FileLock lock_;
 };
 

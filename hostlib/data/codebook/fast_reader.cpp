@@ -1,11 +1,23 @@
 #include "hostlib/data/codebook/fast_reader.h"
+#include "hostlib/data/codebook/top_level_members.h"
 
 #include <simdjson.h>
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <algorithm>
 #include <array>
+
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
+#include <deque>
+#include <fstream>
+#include <functional>
 #include <map>
+#include <memory>
+#include <new>
 #include <optional>
 #include <string_view>
 #include <unordered_map>
@@ -89,15 +101,45 @@ class DocumentReader {
  public:
   explicit DocumentReader(std::string file) : file_(std::move(file)) {}
 
-  DescriptorContents Read(const Element& root) const {
-    if (root.type() != Type::OBJECT) {
-      throw DatasetError(file_ + ": the top level must be a JSON object");
-    }
-    const auto [fields, sets] = Members<2>(root, {kCodebookFieldsKey, kCodebookSetsKey});
-    DescriptorContents contents;
-    contents.variables = ReadFields(fields);
-    contents.sets = ReadSets(sets);
-    return contents;
+  // The field at `index` of the list.
+  VORN_Variable ReadField(const Element& element, std::size_t index) const {
+    const Place root;
+    const Place fields = root.Child(kCodebookFieldsKey);
+    return ReadField(element, fields.Child(index));
+  }
+
+  std::vector<VariableSet> ReadSetList(const Element& sets) const {
+    return ReadSets(std::optional(sets));
+  }
+
+  [[noreturn]] void FailDuplicateField(std::size_t index, std::string_view name,
+                                       std::size_t firstIndex, std::string_view firstName) const {
+    const Place root;
+    const Place fields = root.Child(kCodebookFieldsKey);
+    FailDuplicate(fields.Child(index).Child("name"), name, firstName,
+                  fields.Child(firstIndex).Child("name"));
+  }
+
+  // What the open checks of the field at `index`: whether it is an object
+  // and its name (the last "name", when it has one, and its text when that
+  // is a string).
+  void CheckField(std::size_t index, bool isObject, bool hasName,
+                  std::optional<std::string_view> name) const {
+    const Place root;
+    const Place fields = root.Child(kCodebookFieldsKey);
+    const Place field = fields.Child(index);
+    if (!isObject) Fail(field, "must be an object");
+    const Place place = field.Child("name");
+    if (!hasName) Fail(place, "is missing");
+    if (!name) Fail(place, "must be a string");
+    CheckNoNul(*name, place);
+    if (name->empty()) Fail(place, "must not be empty");
+  }
+
+  // A fault of the top level or of the list of fields.
+  [[noreturn]] void FailAt(std::string_view key, const std::string& fault) const {
+    const Place root;
+    Fail(root.Child(key), fault);
   }
 
  private:
@@ -128,30 +170,6 @@ class DocumentReader {
     if (name.find('\0') != std::string_view::npos) {
       Fail(place, "must not hold the character U+0000");
     }
-  }
-
-  std::vector<VORN_Variable> ReadFields(const std::optional<Element>& fields) const {
-    const Place root;
-    const Place place = root.Child(kCodebookFieldsKey);
-    if (!fields) Fail(place, "is missing");
-    if (fields->type() != Type::ARRAY) Fail(place, "must be an array");
-    const simdjson::dom::array list(*fields);
-    std::vector<VORN_Variable> variables;
-    std::unordered_map<std::string, std::size_t> indexByFoldedName;
-    std::size_t i = 0;
-    for (const Element field : list) {
-      const Place fieldPlace = place.Child(i);
-      variables.push_back(ReadField(field, fieldPlace));
-      const std::string name = variables.back().GetName();
-      const auto [first, inserted] = indexByFoldedName.emplace(FoldName(name), i);
-      if (!inserted) {
-        const Place firstPlace = place.Child(first->second);
-        FailDuplicate(fieldPlace.Child("name"), name, variables[first->second].GetName(),
-                      firstPlace.Child("name"));
-      }
-      ++i;
-    }
-    return variables;
   }
 
   VORN_Variable ReadField(const Element& element, const Place& place) const {
@@ -338,8 +356,16 @@ std::string IndentBefore(std::string_view text, std::size_t pos) {
   return std::string(text.substr(start, pos - start));
 }
 
-SetsPlace LocateSets(std::string& text, std::vector<VariableSet>& sets) {
-  const std::string_view view(text);
+// The sets' unknown keys, from the list's entries in the text.
+void KeepExtras(std::string_view text, spans::Span list, std::vector<VariableSet>& sets) {
+  const std::vector<spans::Span> entries = spans::ArrayElements(text, list);
+  for (std::size_t i = 0; i < sets.size() && i < entries.size(); ++i) {
+    const bool dichotomies = sets[i].GetType() == VariableSet::kMultipleDichotomySet;
+    sets[i].SetStoreExtras(RawExtras(text, entries[i], dichotomies));
+  }
+}
+
+SetsPlace LocateSets(std::string_view view, std::vector<VariableSet>& sets) {
   const std::size_t rootBegin = spans::SkipWhitespace(view, 0);
   const std::vector<spans::Member> members =
       spans::ObjectMembers(view, {rootBegin, spans::SkipValue(view, rootBegin)});
@@ -354,39 +380,425 @@ SetsPlace LocateSets(std::string& text, std::vector<VariableSet>& sets) {
     }
   }
   place.insertAt = members.empty() ? view.find('{') + 1 : members.back().value.end;
-  if (!place.present) return place;
-  const std::vector<spans::Span> entries = spans::ArrayElements(view, place.value);
-  for (std::size_t i = 0; i < sets.size() && i < entries.size(); ++i) {
-    const bool dichotomies = sets[i].GetType() == VariableSet::kMultipleDichotomySet;
-    sets[i].SetStoreExtras(RawExtras(view, entries[i], dichotomies));
-  }
+  if (place.present) KeepExtras(view, place.value, sets);
   return place;
 }
 
-CodebookText ReadCarefully(std::string& text, const std::string& file) {
-  const nlohmann::ordered_json document = ParseDescriptor(text, file);
-  CodebookText result{ReadDescriptor(document, file), {}};
-  result.place = LocateSets(text, result.contents.sets);
+// The general reader: slower, but names the line and column of a fault.
+DescriptorContents ReadCarefully(const std::string& text, const std::string& file) {
+  return ReadDescriptor(ParseDescriptor(text, file), file);
+}
+
+// ---- the dictionary read from the text on demand ----------------------------
+
+// A field as the open found it: its object's bytes and its name.
+struct FieldEntry {
+  std::size_t begin = 0;
+  std::size_t end = 0;
+  std::string_view name;  // in the text, or in the names that held escapes
+};
+
+// The fields of a codebook text, each parsed from its own bytes when first
+// asked for. The names are indexed at open, by the hash of their folded
+// text (open addressing: one number per field, no object per name).
+class CodebookDictionary final : public DictionarySource {
+ public:
+  CodebookDictionary(std::shared_ptr<const std::string> text, std::string file,
+                     std::vector<FieldEntry> entries, std::deque<std::string> escapedNames)
+      : text_(std::move(text)),
+        file_(std::move(file)),
+        entries_(std::move(entries)),
+        escapedNames_(std::move(escapedNames)) {
+    BuildIndex();
+    if (parser_.allocate(4096, kMaxJsonNesting - 1) != simdjson::SUCCESS) throw std::bad_alloc();
+  }
+
+  unsigned int Count() const override { return static_cast<unsigned int>(entries_.size()); }
+
+  int FindFolded(std::string_view folded) const override {
+    const std::uint32_t hash = HashOf(folded);
+    for (std::size_t slot = hash & mask_;; slot = (slot + 1) & mask_) {
+      const std::uint32_t entry = slots_[slot];
+      if (entry == 0) return -1;
+      if (hashes_[entry - 1] == hash && FoldName(entries_[entry - 1].name) == folded) {
+        return static_cast<int>(entry - 1);
+      }
+    }
+  }
+
+  VORN_Variable Read(int index) const override {
+    const auto at = static_cast<std::size_t>(index);
+    const FieldEntry& entry = entries_.at(at);
+    Element element;
+    // The text keeps spare bytes past its end, so any span of it can be parsed in place.
+    if (parser_.parse(text_->data() + entry.begin, entry.end - entry.begin, false).get(element) !=
+        simdjson::SUCCESS) {
+      // The general reader names the fault's line and column (or holds a
+      // number the fast parser cannot).
+      return ReadCarefully(*text_, file_).variables.at(at);
+    }
+    return DocumentReader(file_).ReadField(element, at);
+  }
+
+ private:
+  static std::uint32_t HashOf(std::string_view folded) {
+    return static_cast<std::uint32_t>(std::hash<std::string_view>{}(folded));
+  }
+
+  // Refuses two names that fold alike, as the first field read in full would.
+  void BuildIndex() {
+    std::size_t size = 16;
+    while (size < entries_.size() * 2) size *= 2;
+    slots_.assign(size, 0);
+    mask_ = size - 1;
+    hashes_.reserve(entries_.size());
+    for (std::size_t i = 0; i < entries_.size(); ++i) {
+      const std::string folded = FoldName(entries_[i].name);
+      hashes_.push_back(HashOf(folded));
+      if (const int first = FindFolded(folded); first >= 0) {
+        const auto firstIndex = static_cast<std::size_t>(first);
+        DocumentReader(file_).FailDuplicateField(i, entries_[i].name, firstIndex,
+                                                 entries_[firstIndex].name);
+      }
+      std::size_t slot = hashes_.back() & mask_;
+      while (slots_[slot] != 0) slot = (slot + 1) & mask_;
+      slots_[slot] = static_cast<std::uint32_t>(i + 1);
+    }
+  }
+
+  std::shared_ptr<const std::string> text_;
+  std::string file_;
+  std::vector<FieldEntry> entries_;
+  std::deque<std::string> escapedNames_;
+  std::vector<std::uint32_t> hashes_;  // of each field's folded name
+  std::vector<std::uint32_t> slots_;   // a field's index + 1; 0 for none
+  std::size_t mask_ = 0;
+  mutable simdjson::dom::parser parser_;
+};
+
+// ---- the open: one pass of the On-Demand parser ------------------------------
+
+namespace ondemand = simdjson::ondemand;
+
+struct Scan {
+  std::vector<FieldEntry> fields;
+  std::deque<std::string> escapedNames;
+  bool fieldsPresent = false;
+  bool fieldsAnArray = false;
+  bool anyMember = false;
+  std::size_t firstKeyBegin = 0;
+  std::size_t lastValueEnd = 0;
+  bool setsPresent = false;
+  std::size_t setsKeyBegin = 0;
+  spans::Span setsValue;
+  std::vector<spans::Member> topLevel;
+};
+
+// Whether a top-level or field key is `wanted`: compared on the raw bytes,
+// unescaped only when the key holds an escape.
+bool KeyIs(ondemand::field& field, std::string_view wanted, bool& failed) {
+  const char* raw = field.key().raw();
+  std::size_t length = 0;
+  while (raw[length] != '"' && raw[length] != '\\') ++length;
+  if (raw[length] == '"') return std::string_view(raw, length) == wanted;
+  std::string_view key;
+  failed = field.unescaped_key().get(key) != simdjson::SUCCESS;
+  return !failed && key == wanted;
+}
+
+class Scanner {
+ public:
+  Scanner(const std::string& text, const DocumentReader& reader) : text_(text), reader_(reader) {}
+
+  // False where the parser refuses the text: the careful reader then names
+  // the fault. Throws DatasetError for a field that is no object or whose
+  // name is faulty.
+  bool Run(Scan& scan) {
+    if (parser_.allocate(text_.size(), kMaxJsonNesting - 1) != simdjson::SUCCESS) return false;
+    if (parser_.iterate(text_.data(), text_.size(), text_.capacity()).get(doc_) !=
+        simdjson::SUCCESS) {
+      return false;
+    }
+    ondemand::object root;
+    if (doc_.get_object().get(root) != simdjson::SUCCESS) return false;
+    for (auto member : root) {
+      if (member.error() != simdjson::SUCCESS) return false;
+      ondemand::field field = member.value_unsafe();
+      const std::size_t keyBegin = OffsetOf(field.key().raw()) - 1;
+      bool failed = false;
+      const bool isFields = KeyIs(field, kCodebookFieldsKey, failed);
+      const bool isSets = !failed && !isFields && KeyIs(field, kCodebookSetsKey, failed);
+      if (failed) return false;
+      if (!scan.anyMember) scan.firstKeyBegin = keyBegin;
+      scan.anyMember = true;
+      ondemand::value value = field.value();
+      const std::string_view token = value.raw_json_token();
+      ondemand::json_type type{};
+      if (value.type().get(type) != simdjson::SUCCESS) return false;
+      const std::size_t valueBegin = OffsetOf(token.data());
+      if (isFields) {
+        scan.fieldsPresent = true;
+        scan.fieldsAnArray = type == ondemand::json_type::array;
+        scan.fields.clear();
+        scan.escapedNames.clear();
+      }
+      if (isFields && scan.fieldsAnArray) {
+        if (!ScanFields(value, scan)) return false;
+        const char* next = nullptr;
+        if (doc_.current_location().get(next) != simdjson::SUCCESS) return false;
+        scan.lastValueEnd = EndBefore(next);
+      } else {
+        scan.lastValueEnd = spans::SkipValue(text_, valueBegin);
+      }
+      scan.topLevel.push_back(
+          {{keyBegin, spans::SkipValue(text_, keyBegin)}, {valueBegin, scan.lastValueEnd}});
+      if (isSets) {
+        scan.setsPresent = true;
+        scan.setsKeyBegin = keyBegin;
+        scan.setsValue = {valueBegin, scan.lastValueEnd};
+      }
+    }
+    // Nothing but white space after the top level.
+    const char* next = nullptr;
+    return doc_.current_location().get(next) == simdjson::OUT_OF_BOUNDS;
+  }
+
+ private:
+  std::size_t OffsetOf(const char* at) const { return static_cast<std::size_t>(at - text_.data()); }
+
+  // The end of the value whose next token is at `next`.
+  std::size_t EndBefore(const char* next) const {
+    std::size_t end = OffsetOf(next);
+    while (end > 0 && (text_[end - 1] == ' ' || text_[end - 1] == '\n' || text_[end - 1] == '\r' ||
+                       text_[end - 1] == '\t')) {
+      --end;
+    }
+    return end;
+  }
+
+  bool ScanFields(ondemand::value& value, Scan& scan) {
+    ondemand::array list;
+    if (value.get_array().get(list) != simdjson::SUCCESS) return false;
+    std::size_t index = 0;
+    for (auto element : list) {
+      ondemand::value field;
+      ondemand::json_type type{};
+      if (element.get(field) != simdjson::SUCCESS || field.type().get(type) != simdjson::SUCCESS) {
+        return false;
+      }
+      const std::string_view token = field.raw_json_token();
+      if (type != ondemand::json_type::object) reader_.CheckField(index, false, false, {});
+      FieldEntry entry;
+      entry.begin = OffsetOf(token.data());
+      bool hasName = false;
+      bool escaped = false;
+      std::optional<std::string_view> name;
+      ondemand::object object;
+      if (field.get_object().get(object) != simdjson::SUCCESS) return false;
+      for (auto member : object) {
+        if (member.error() != simdjson::SUCCESS) return false;
+        ondemand::field key = member.value_unsafe();
+        bool failed = false;
+        if (!KeyIs(key, "name", failed)) {
+          if (failed) return false;
+          continue;
+        }
+        hasName = true;
+        name.reset();
+        ondemand::value nameValue = key.value();
+        if (nameValue.type().get(type) != simdjson::SUCCESS) return false;
+        if (type != ondemand::json_type::string) continue;
+        const std::string_view raw = nameValue.raw_json_token();
+        std::string_view text;
+        if (nameValue.get_string().get(text) != simdjson::SUCCESS) return false;
+        // Without escapes the name is its bytes in the text.
+        escaped = raw.size() < text.size() + 2 || raw.substr(1, text.size()) != text ||
+                  raw[text.size() + 1] != '"';
+        name = escaped ? text : raw.substr(1, text.size());
+      }
+      const char* next = nullptr;
+      if (doc_.current_location().get(next) != simdjson::SUCCESS) return false;
+      entry.end = EndBefore(next);
+      reader_.CheckField(index, true, hasName, name);
+      if (escaped) {
+        scan.escapedNames.emplace_back(*name);
+        name = scan.escapedNames.back();
+      }
+      entry.name = *name;
+      scan.fields.push_back(entry);
+      ++index;
+    }
+    return true;
+  }
+
+  const std::string& text_;
+  const DocumentReader& reader_;
+  ondemand::parser parser_;
+  ondemand::document doc_;
+};
+
+// The set list from its bytes; false where the fast parser refuses them.
+bool ReadSetList(const std::string& text, spans::Span list, const DocumentReader& reader,
+                 std::vector<VariableSet>& sets) {
+  simdjson::dom::parser parser;
+  Element element;
+  if (parser.allocate(list.end - list.begin, kMaxJsonNesting - 2) != simdjson::SUCCESS ||
+      parser.parse(text.data() + list.begin, list.end - list.begin, false).get(element) !=
+          simdjson::SUCCESS) {
+    return false;
+  }
+  sets = reader.ReadSetList(element);
+  return true;
+}
+
+SetsPlace PlaceOf(std::string_view text, const Scan& scan) {
+  SetsPlace place;
+  place.indent = scan.anyMember ? IndentBefore(text, scan.firstKeyBegin) : "  ";
+  if (scan.setsPresent) {
+    place.present = true;
+    place.value = scan.setsValue;
+    place.indent = IndentBefore(text, scan.setsKeyBegin);
+  }
+  place.insertAt = scan.anyMember ? scan.lastValueEnd : text.find('{') + 1;
+  return place;
+}
+
+CodebookText ReadWhole(const std::shared_ptr<const std::string>& text, const std::string& file) {
+  DescriptorContents contents = ReadCarefully(*text, file);
+  CodebookText result;
+  result.place = LocateSets(*text, contents.sets);
+  const std::size_t rootBegin = spans::SkipWhitespace(*text, 0);
+  result.topLevel = spans::ObjectMembers(*text, {rootBegin, spans::SkipValue(*text, rootBegin)});
+  result.sets = contents.sets;
+  result.dataset = Dataset(std::move(contents.variables), std::move(contents.sets));
   return result;
 }
 
 }  // namespace
 
-CodebookText ReadCodebookText(std::string& text, const std::string& file) {
-  if (text.capacity() < text.size() + simdjson::SIMDJSON_PADDING) {
-    text.reserve(text.size() + simdjson::SIMDJSON_PADDING);
-  }
-  CodebookText result;
-  {
-    simdjson::dom::parser parser(text.size());
-    Element root;
-    if (parser.allocate(text.size(), kMaxJsonNesting - 1) != simdjson::SUCCESS ||
-        parser.parse(text.data(), text.size(), false).get(root) != simdjson::SUCCESS) {
-      return ReadCarefully(text, file);
+static_assert(kReadPadding >= simdjson::SIMDJSON_PADDING);
+
+namespace {
+
+// A large text is touched page by page as it is read; in pages of 2 MB that
+// costs a fraction of the faults (where the system grants them).
+void AdviseHugePages(char* data, std::size_t size) {
+  constexpr std::uintptr_t kHugePage = std::uintptr_t{2} << 20;
+  const auto start = reinterpret_cast<std::uintptr_t>(data);
+  const std::uintptr_t begin = (start + kHugePage - 1) & ~(kHugePage - 1);
+  const std::uintptr_t end = (start + size) & ~(kHugePage - 1);
+  if (end > begin) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+}
+
+}  // namespace
+
+// The whole file in one read, with the spare bytes the fast parser reads
+// past the end.
+std::shared_ptr<std::string> ReadPaddedFile(const std::filesystem::path& path,
+                                            files::FileIdentity& identity, files::Env& env) {
+  const auto fail = [&path](int error) {
+    throw DatasetError(path.string() + ": cannot be read: " + std::strerror(error));
+  };
+  files::FileDescriptor fd(env.Open(path, O_RDONLY));
+  if (!fd) fail(errno);
+  struct stat info {};
+  if (::fstat(fd.Get(), &info) != 0) fail(errno);
+  identity = {info.st_dev, info.st_ino, info.st_size, info.st_mtim};
+  auto text = std::make_shared<std::string>();
+  text->reserve(static_cast<std::size_t>(info.st_size) + kReadPadding);
+  AdviseHugePages(text->data(), text->capacity());
+  for (;;) {
+    const std::size_t size = text->size();
+    const std::size_t room = text->capacity() - std::min(text->capacity(), size + kReadPadding);
+    ssize_t count = 0;
+    if (room > 0) {
+      text->resize(size + room);
+      count = env.Read(fd.Get(), path, text->data() + size, room);
+      text->resize(size + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    } else {
+      // Full as the size foretold: more only when the file grew meanwhile.
+      std::array<char, 4096> more{};
+      count = env.Read(fd.Get(), path, more.data(), more.size());
+      if (count > 0) {
+        text->reserve(2 * size + kReadPadding);
+        text->append(more.data(), static_cast<std::size_t>(count));
+      }
     }
-    result.contents = DocumentReader(file).Read(root);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) fail(errno);
+    if (count == 0) return text;
   }
-  result.place = LocateSets(text, result.contents.sets);
+}
+
+std::optional<std::map<std::string, std::string>> ReadTopLevelMembers(
+    const std::filesystem::path& path, const std::vector<std::string>& keys) {
+  {
+    // A database is no codebook: its header is enough to tell.
+    std::array<char, 16> head{};
+    std::ifstream in(path, std::ios::binary);
+    in.read(head.data(), head.size());
+    if (std::string_view(head.data(), head.size()) == std::string_view("SQLite format 3\0", 16)) {
+      return std::nullopt;
+    }
+  }
+  files::FileIdentity identity;
+  std::shared_ptr<const std::string> text;
+  try {
+    text = ReadPaddedFile(path, identity, files::DefaultEnv());
+  } catch (const DatasetError&) {
+    return std::nullopt;
+  }
+  ondemand::parser parser;
+  ondemand::document document;
+  ondemand::object root;
+  if (parser.allocate(text->size(), kMaxJsonNesting - 1) != simdjson::SUCCESS ||
+      parser.iterate(text->data(), text->size(), text->capacity()).get(document) !=
+          simdjson::SUCCESS ||
+      document.get_object().get(root) != simdjson::SUCCESS) {
+    return std::nullopt;
+  }
+  std::map<std::string, std::string> found;
+  for (auto member : root) {
+    if (member.error() != simdjson::SUCCESS) return std::nullopt;
+    ondemand::field field = member.value_unsafe();
+    for (const std::string& key : keys) {
+      bool failed = false;
+      if (KeyIs(field, key, failed)) {
+        ondemand::value value = field.value();
+        const auto begin = static_cast<std::size_t>(value.raw_json_token().data() - text->data());
+        found[key] = text->substr(begin, spans::SkipValue(*text, begin) - begin);
+        break;
+      }
+      if (failed) return std::nullopt;
+    }
+  }
+  const char* next = nullptr;
+  if (document.current_location().get(next) != simdjson::OUT_OF_BOUNDS) return std::nullopt;
+  return found;
+}
+
+CodebookText ReadCodebookText(std::shared_ptr<const std::string> text, const std::string& file) {
+  if (text->capacity() < text->size() + kReadPadding) {
+    auto padded = std::make_shared<std::string>();
+    padded->reserve(text->size() + kReadPadding);
+    padded->append(*text);
+    text = std::move(padded);
+  }
+  const DocumentReader reader(file);
+  Scan scan;
+  if (!Scanner(*text, reader).Run(scan)) return ReadWhole(text, file);
+  if (!scan.fieldsPresent) reader.FailAt(kCodebookFieldsKey, "is missing");
+  if (!scan.fieldsAnArray) reader.FailAt(kCodebookFieldsKey, "must be an array");
+  CodebookText result;
+  result.place = PlaceOf(*text, scan);
+  result.topLevel = std::move(scan.topLevel);
+  if (scan.setsPresent) {
+    if (!ReadSetList(*text, scan.setsValue, reader, result.sets)) return ReadWhole(text, file);
+    KeepExtras(*text, scan.setsValue, result.sets);
+  }
+  auto dictionary = std::make_shared<const CodebookDictionary>(text, file, std::move(scan.fields),
+                                                               std::move(scan.escapedNames));
+  result.dataset = Dataset(std::move(dictionary), result.sets);
   return result;
 }
 

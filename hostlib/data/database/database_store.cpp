@@ -40,7 +40,7 @@ SqliteConnection& SqliteStore::Open() {
     throw DatasetError(file + ": cannot be read: " + std::strerror(errno));
   }
   const bool writeAheadLog = InWriteAheadLogMode(path_, env_);
-  auto db = std::make_unique<SqliteConnection>(path_, false, file, env_);
+  auto db = std::make_shared<SqliteConnection>(path_, false, file, env_);
   GuardConnection(*db);
   sqlite3_busy_timeout(db->Get(), static_cast<int>(busyTimeout_.count()));
   if (writeAheadLog) LeaveWriteAheadLogMode(*db);
@@ -80,22 +80,32 @@ Dataset SqliteStore::Load() {
   }
 }
 
-// Inside a transaction: the whole dataset, with the rows of its variables
-// when `records` is given.
-Dataset SqliteStore::ReadDataset(SqliteConnection& db, std::vector<FieldRecord>* records) {
+// Inside a transaction: the sets, and the dictionary as a source that reads
+// a variable when it is asked for.
+Dataset SqliteStore::ReadDataset(SqliteConnection& db) {
+  StoredSets stored = ReadStoredSets(db);
+  ReadRevision(db);
+  Dataset dataset(std::make_shared<const DatabaseDictionary>(db_), stored.sets);
+  stored_ = std::move(stored);
+  loaded_ = true;
+  return dataset;
+}
+
+// Inside a transaction: the whole dataset with the rows of its variables,
+// the whole file checked first.
+Dataset SqliteStore::ReadWholeDataset(SqliteConnection& db, std::vector<FieldRecord>& records) {
   {
     Statement check(db, "PRAGMA quick_check(1)", "cannot be read");
     if (check.Step() && check.Text(0) != "ok") {
       throw DatasetError(db.File() + ": not a valid dataset database: " + check.Text(0));
     }
   }
-  std::vector<FieldRecord> read = ReadFieldRecords(db);
+  records = ReadFieldRecords(db);
   StoredSets stored = ReadStoredSets(db);
   ReadRevision(db);
-  Dataset dataset(VariablesOf(read), stored.sets);
+  Dataset dataset(VariablesOf(records), stored.sets);
   stored_ = std::move(stored);
   loaded_ = true;
-  if (records != nullptr) *records = std::move(read);
   return dataset;
 }
 
@@ -239,7 +249,7 @@ DatasetContents SqliteStore::Export() {
   db.Execute("BEGIN", "cannot be read");
   try {
     std::vector<FieldRecord> records;
-    Dataset dataset = ReadDataset(db, &records);
+    Dataset dataset = ReadWholeDataset(db, records);
     Statement document(db, "SELECT layout FROM dataset WHERE id = 1", "cannot be read");
     document.Step();
     const std::optional<std::string> layout = document.OptionalText(0);

@@ -1,12 +1,13 @@
 // The dataset database: a dataset kept in SQLite tables (see the README's
 // "Dataset databases" for the schema).
 //
-// Load reads one consistent snapshot. A command is one transaction, begun
-// with BEGIN IMMEDIATE (other writers wait up to the lock timeout), in which
-// the dataset is read anew when the revision counter moved, the sets are
-// written, and which commits when the command ends. Save writes only the
-// sets that differ from the stored ones. SQLite's own file operations go
-// through the store's Env.
+// Load reads the sets; the dictionary is read on demand, a variable at a
+// time through the indexes, so a damaged page is refused when a read meets
+// it (Export, which reads everything, checks the whole file first). A command is one transaction,
+// begun with BEGIN IMMEDIATE (other writers wait up to the lock timeout), in which the dataset is
+// read anew when the revision counter moved, the sets are written, and which commits when the
+// command ends. Save writes only the sets that differ from the stored ones. SQLite's own file
+// operations go through the store's Env.
 #pragma once
 
 #include <cstdint>
@@ -48,14 +49,16 @@ class SqliteStore final : public DatasetStore {
 
  private:
   SqliteConnection& Open();
-  Dataset ReadDataset(SqliteConnection& db, std::vector<FieldRecord>* records = nullptr);
+  Dataset ReadDataset(SqliteConnection& db);
+  Dataset ReadWholeDataset(SqliteConnection& db, std::vector<FieldRecord>& records);
   void ReadRevision(SqliteConnection& db);
   void WriteSets(SqliteConnection& db, const std::vector<VariableSet>& sets);
   void DropPending() noexcept;
 
   std::filesystem::path path_;
   files::Env& env_;
-  std::unique_ptr<SqliteConnection> db_;
+  // Shared with the dictionaries of the datasets it loaded.
+  std::shared_ptr<SqliteConnection> db_;
   std::chrono::milliseconds busyTimeout_;
   bool loaded_ = false;
   bool inCommand_ = false;

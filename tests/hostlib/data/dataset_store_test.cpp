@@ -216,6 +216,40 @@ INSTANTIATE_TEST_SUITE_P(Stores, BothStores, ::testing::Values("data.json", "dat
                                       : std::string("database");
                          });
 
+// The dictionary of a database is read on demand: a damaged page is met by
+// the read that needs it, which refuses it as the open used to.
+TEST_F(StoreTest, DatabaseRefusesADamagedPageWhenAReadMeetsIt) {
+  std::vector<VORN_Variable> variables;
+  for (int i = 0; i < 3000; ++i) {
+    variables.emplace_back("v" + std::to_string(i), 0, "A label long enough to fill pages",
+                           VORN_ValueLabels{{{1.0, "Yes"}, {0.0, "No"}}, {}});
+  }
+  const fs::path path = dir_ / "big.db";
+  SqliteStore(path).Create({Dataset(std::move(variables)), nullptr});
+  std::string bytes = Read(path);
+  const std::size_t page = 4096;
+  const std::size_t middle = bytes.size() / page / 2 * page;
+  bytes.replace(middle, page, std::string(page, '\xff'));
+  Write("big.db", bytes);
+
+  SqliteStore store(path);
+  const Dataset dataset = store.Load();
+  EXPECT_EQ(dataset.ColumnCount(), 3000u);
+  EXPECT_EQ(dataset.FindVarIndex("V1"), 1);
+  EXPECT_STREQ(dataset.Variable(1).GetLabel(), "A label long enough to fill pages");
+  try {
+    dataset.Variables();
+    ADD_FAILURE() << "read a damaged page";
+  } catch (const DatasetError& error) {
+    EXPECT_NE(std::string(error.what())
+                  .find(path.string() +
+                        ": not a valid dataset database: the file is damaged or truncated"),
+              std::string::npos)
+        << error.what();
+  }
+  EXPECT_EQ(Read(path), bytes);
+}
+
 TEST_F(StoreTest, RefusesFilesThatAreNoDatasetAndLeavesThemAlone) {
   const std::string database = Read(MakeDataset("good.db"));
   // The header holds user_version at 60 and application_id at 68 (big-endian).

@@ -3,6 +3,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "host/data_source.h"
 #include "hostlib/data/data_source.h"
 #include "hostlib/data/dataset.h"
+#include "hostlib/data/dictionary_source.h"
 #include "hostlib/session/session.h"
 
 namespace hostlib::data {
@@ -44,6 +46,40 @@ TEST(DatasetTest, RefusesANameTwiceInAnyCase) {
   dataset.AddVariable(VORN_Variable("like2", 0));
   EXPECT_EQ(dataset.FindVarIndex("LIKE2"), 4);
   EXPECT_THROW(Dataset({VORN_Variable("a", 0), VORN_Variable("A", 1)}), DatasetError);
+}
+
+// A dictionary that counts what it is asked.
+class CountingSource final : public DictionarySource {
+ public:
+  unsigned int Count() const override { return 3; }
+  int FindFolded(std::string_view folded) const override {
+    return folded.size() == 2 && folded[0] == 'v' ? folded[1] - '0' : -1;
+  }
+  VORN_Variable Read(int index) const override {
+    ++reads;
+    return VORN_Variable("V" + std::to_string(index), index);
+  }
+  mutable int reads = 0;
+};
+
+TEST(DatasetTest, ReadsAVariableFromItsSourceOnceAndKeepsItInPlace) {
+  const auto source = std::make_shared<CountingSource>();
+  Dataset dataset(source);
+  EXPECT_EQ(dataset.ColumnCount(), 3u);
+  EXPECT_EQ(dataset.FindVarIndex("V2"), 2);
+  EXPECT_EQ(source->reads, 0);
+  const VORN_Variable& second = dataset.Variable(1);
+  EXPECT_EQ(&dataset.Variable(1), &second);
+  EXPECT_EQ(source->reads, 1);
+  EXPECT_THROW(dataset.Variable(3), std::out_of_range);
+  EXPECT_EQ(dataset.Variables().size(), 3u);
+  EXPECT_EQ(&dataset.Variable(1), &second) << "a reference moved";
+  EXPECT_STREQ(dataset.Variable(2).GetName(), "V2");
+  // A variable added takes the dictionary into memory, refusing repeats.
+  EXPECT_THROW(dataset.AddVariable(VORN_Variable("v0", 0)), DatasetError);
+  dataset.AddVariable(VORN_Variable("w", 0));
+  EXPECT_EQ(dataset.FindVarIndex("W"), 3);
+  EXPECT_EQ(dataset.FindVarIndex("v1"), 1);
 }
 
 TEST(DatasetTest, VariableWithoutLabelHasNullLabel) {
