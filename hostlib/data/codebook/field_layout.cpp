@@ -119,6 +119,9 @@ Json JoinDocument(const std::optional<std::string>& layout, Json fields, Json se
     if (key == kCodebookFieldsKey) value = fields;
     if (key == kCodebookSetsKey) value = sets;
   }
+  // A layout always marks where the fields go; one that lost the mark (a
+  // file changed by hand) still gets them.
+  if (!document.contains(kCodebookFieldsKey)) document[kCodebookFieldsKey] = std::move(fields);
   // An absent list stays absent while there is nothing to put in it.
   if (!hasSets && !sets.empty()) document[kCodebookSetsKey] = std::move(sets);
   return document;

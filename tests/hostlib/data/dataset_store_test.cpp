@@ -338,6 +338,15 @@ TEST_F(StoreTest, DatabaseLeftInWriteAheadLogModeIsSetBack) {
   EXPECT_EQ(static_cast<int>(Read(path)[18]), 1);
 }
 
+// Found by fuzzing: a layout without the fields' place lost every variable
+// on the way into another file.
+TEST_F(StoreTest, DatabaseLayoutWithoutTheFieldsStillCopiesThem) {
+  const fs::path path = MakeDataset("nofields.db");
+  Tamper(path, "UPDATE dataset SET layout = '{\"name\": \"x\"}'");
+  const DatasetContents contents = OpenDatasetStore(path)->Export();
+  EXPECT_EQ(contents.descriptor->json.at("fields").size(), contents.dataset.ColumnCount());
+}
+
 TEST_F(StoreTest, RevisionWrapsAndStaysAnInteger) {
   const fs::path path = MakeDataset("full.db");
   Tamper(path, "UPDATE dataset SET revision = 9223372036854775807");
