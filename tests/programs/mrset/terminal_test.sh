@@ -27,9 +27,9 @@ tmux -L "$socket" -f /dev/null new-session -d -s prompt -x 120 -y 50 \
 
 screen() { tmux -L "$socket" capture-pane -p -t prompt -S -200; }
 keys() { tmux -L "$socket" send-keys -t prompt "$@"; }
-# Waits up to 10 seconds for the screen to show the text.
+# Waits up to 20 seconds for the screen to show the text.
 expect() {
-  for _ in $(seq 100); do
+  for _ in $(seq 200); do
     if screen | grep -qF -- "$1"; then return 0; fi
     sleep 0.1
   done
@@ -37,26 +37,44 @@ expect() {
   screen
   exit 1
 }
+# Waits until the last line shown is the prompt and nothing typed after it:
+# keys sent while a command still runs reach the terminal, not the editor.
+last_line() { screen | sed -e 's/[[:space:]]*$//' | grep -v '^$' | tail -n 1; }
+expect_prompt() {
+  for _ in $(seq 200); do
+    if [ "$(last_line)" = "$1" ]; then return 0; fi
+    sleep 0.1
+  done
+  echo "FAIL: the prompt never came back as: $1"
+  screen
+  exit 1
+}
 
 expect 'enter .help for help'
+expect_prompt 'mrset>'
 keys 'MRSET /DISPLAY NAM'
 expect 'MRSET /DISPLAY NAM'
 # Had Ctrl-C not dropped it, the next line would go on with it (an error);
 # had it ended the program, nothing below would show.
 keys C-c
+expect_prompt 'mrset>'
 keys 'MRSET /MCGROUP NAME=$both' Enter
-expect '    >'
+expect_prompt '    >'
 keys '  VARIABLES=fruit1 fr' Tab
 expect 'VARIABLES=fruit1 fruit'
 keys '2.' Enter
+expect_prompt 'mrset>'
 keys 'MRSET /DISPLAY NAME=[$bo' Tab
 expect 'NAME=[$both'
 keys '].' Enter
 expect '| $both'
+expect_prompt 'mrset>'
 keys '.vars fruit' Enter
 expect 'fruit3  numeric'
+expect_prompt 'mrset>'
 keys '.help' Enter
 expect '.quit               end'
+expect_prompt 'mrset>'
 keys '.quit' Enter
 expect 'exit=0'
 
