@@ -6,6 +6,7 @@
 #include <deque>
 #include <map>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -31,6 +32,7 @@ struct Assertion {
 struct Category {
   BpText label;
   bool released = false;
+  std::vector<std::pair<std::string, BpData>> data;  // AttachData, in the order attached
 };
 
 struct Dimension {
