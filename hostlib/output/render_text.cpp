@@ -12,7 +12,8 @@
 //   +------+-------+
 //   [a] NOTE
 //
-// A table stands between blank lines; widths are terminal columns.
+// A table stands between blank lines; widths are terminal columns. Given a
+// width, long cells wrap so that the table fits in it where it can.
 #include <algorithm>
 #include <cstddef>
 #include <ostream>
@@ -21,8 +22,10 @@
 #include <variant>
 #include <vector>
 
+#include "hostlib/output/compose.h"
 #include "hostlib/output/render.h"
 #include "hostlib/output/table_layout.h"
+#include "hostlib/output/wrap.h"
 #include "hostlib/strings/unicode.h"
 
 namespace hostlib::output {
@@ -51,30 +54,80 @@ int Width(const Lines& lines) {
   return width;
 }
 
+// A cell's text before it is laid out: its entries (the lines of a list,
+// each possibly holding line feeds of its own), footnote marks after the last.
+using Entries = std::vector<std::string>;
+
+Entries EntriesOf(const BpText& text) {
+  Entries entries;
+  for (const auto& line : ComposeLines(text)) {
+    std::string entry;
+    for (const TextSegment& segment : line) entry += segment.text;
+    entries.push_back(std::move(entry));
+  }
+  return entries;
+}
+
+// The lines of a cell within `width` columns (0: no limit). In a list, an
+// entry's own further lines and its wrapped pieces are indented, so that
+// they cannot be read as entries of their own.
+Lines LayOutCell(const Entries& entries, int width) {
+  const bool list = entries.size() > 1;
+  const std::string indent = list ? "  " : "";
+  const int pieceWidth = list && width > static_cast<int>(indent.size())
+                             ? width - static_cast<int>(indent.size())
+                             : width;
+  Lines lines;
+  for (const std::string& entry : entries) {
+    bool first = true;
+    for (const std::string& line : SplitLines(entry)) {
+      for (std::string& piece : WrapLine(line, pieceWidth)) {
+        lines.push_back(first ? std::move(piece) : indent + piece);
+        first = false;
+      }
+    }
+  }
+  return lines;
+}
+
+// Narrower columns make no sense: words would break into crumbs.
+constexpr int kNarrowestColumn = 6;
+
 class TextTable {
  public:
-  TextTable(const Table& table, const Document& document) {
+  // `width`: the terminal columns the table should fit in; 0: no limit.
+  TextTable(const Table& table, const Document& document, int width) {
     const Grid grid = LayOut(table);
     const Footnotes footnotes(grid, document);
 
-    Row header{SplitLines(grid.rows != nullptr ? ComposeText(grid.rows->label) : "")};
+    std::vector<std::vector<Entries>> cells;
+    std::vector<Entries> header{EntriesOf(grid.rows != nullptr ? grid.rows->label : BpText{})};
     for (std::size_t c = 0; c < grid.ColumnCount(); ++c) {
-      header.push_back(SplitLines(ComposeText(grid.columns->categories[c].label)));
+      header.push_back(EntriesOf(grid.columns->categories[c].label));
     }
-    rows_.push_back(std::move(header));
+    cells.push_back(std::move(header));
     for (std::size_t r = 0; r < grid.RowCount(); ++r) {
-      Row row{SplitLines(ComposeText(grid.rows->categories[r].label))};
+      std::vector<Entries> row{EntriesOf(grid.rows->categories[r].label)};
       for (const Cell* cell : grid.cells[r]) {
-        Lines lines = SplitLines(cell != nullptr && cell->hasText ? ComposeText(cell->text) : "");
+        Entries entries = cell != nullptr && cell->hasText ? EntriesOf(cell->text) : Entries{""};
         if (cell != nullptr) {
-          for (const std::string& mark : footnotes.MarksOf(*cell)) lines.back() += "[" + mark + "]";
+          for (const std::string& mark : footnotes.MarksOf(*cell)) {
+            entries.back() += "[" + mark + "]";
+          }
         }
-        row.push_back(std::move(lines));
+        row.push_back(std::move(entries));
       }
-      rows_.push_back(std::move(row));
+      cells.push_back(std::move(row));
     }
     for (const Footnote& note : footnotes.List()) {
       notes_.push_back("[" + note.mark + "] " + note.text);
+    }
+
+    const std::vector<int> limits = ColumnLimits(cells, width);
+    for (const auto& row : cells) {
+      Row laidOut;
+      for (std::size_t c = 0; c < row.size(); ++c) laidOut.push_back(LayOutCell(row[c], limits[c]));
+      rows_.push_back(std::move(laidOut));
     }
     widths_.assign(rows_.front().size(), 0);
     for (const Row& row : rows_) {
@@ -99,6 +152,21 @@ class TextTable {
 
  private:
   using Row = std::vector<Lines>;
+
+  // Per column, the width its cells are wrapped to (0: no limit): the whole
+  // table, rules included, within `width` where it can be.
+  static std::vector<int> ColumnLimits(const std::vector<std::vector<Entries>>& cells, int width) {
+    const std::size_t columns = cells.front().size();
+    std::vector<int> natural(columns, 0);
+    for (const auto& row : cells) {
+      for (std::size_t c = 0; c < columns; ++c) {
+        natural[c] = std::max(natural[c], Width(LayOutCell(row[c], 0)));
+      }
+    }
+    if (width <= 0) return std::vector<int>(columns, 0);
+    const int rules = 3 * static_cast<int>(columns) + 1;  // "| " and " |" around each cell
+    return FitColumns(natural, width - rules, kNarrowestColumn);
+  }
 
   void WriteRule(std::ostream& out) const {
     out << '+';
@@ -127,6 +195,7 @@ class TextTable {
 
 class TextRenderer final : public Renderer {
  public:
+  explicit TextRenderer(int width) : width_(width) {}
   void Begin(std::ostream&) override {}
   void End(std::ostream&) override {}
 
@@ -152,20 +221,23 @@ class TextRenderer final : public Renderer {
         << " at " << assertion.file << ':' << assertion.line << '\n';
   }
 
-  static void WriteItem(const Table& table, const Document& document, std::ostream& out) {
+  void WriteItem(const Table& table, const Document& document, std::ostream& out) const {
     const std::string title = ComposeText(table.title);
     out << title << '\n';
-    TextTable(table, document).Write(out);
+    TextTable(table, document, width_).Write(out);
     const std::string caption = ComposeText(table.caption);
     if (!caption.empty() && caption != title) out << caption << '\n';
   }
 
+  int width_ = 0;
   bool wroteAny_ = false;
   bool lastWasTable_ = false;
 };
 
 }  // namespace
 
-std::unique_ptr<Renderer> MakeTextRenderer() { return std::make_unique<TextRenderer>(); }
+std::unique_ptr<Renderer> MakeTextRenderer(int width) {
+  return std::make_unique<TextRenderer>(width);
+}
 
 }  // namespace hostlib::output

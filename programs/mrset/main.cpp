@@ -48,6 +48,7 @@ struct Options {
   bool batch = false;
   bool interactive = false;
   std::string cases;
+  int width = -1;
 };
 
 // Where commands come from: a text given with --execute, a syntax file
@@ -140,7 +141,7 @@ int Run(const Options& options) {
   const bool prompt = options.interactive || (!options.batch && sources.empty() && terminal);
   if (sources.empty() && !prompt) sources.push_back({"standard input", "", nullptr, true});
 
-  mrset_program::ShellSettings settings{!options.noSave, {}, options.bail};
+  mrset_program::ShellSettings settings{!options.noSave, {}, options.bail, options.width};
   try {
     if (!options.data.empty()) settings.lockTimeout = mrset_program::LockTimeoutFromEnvironment();
   } catch (const std::exception& failure) {
@@ -203,6 +204,11 @@ int main(int argc, char** argv) {
   app.add_option("-f,--format", options.format, "Output format: text, json or html")
       ->option_text("FMT")
       ->check(CLI::IsMember({"text", "json", "html"}));
+  app.add_option("--width", options.width,
+                 "Fit text tables in N columns, wrapping long cells (0: never wrap; default: "
+                 "the terminal's width on a terminal)")
+      ->option_text("N")
+      ->check(CLI::Range(0, 100000));
   app.add_option("-o,--output", options.output, "Write the output to PATH")->option_text("PATH");
   app.add_option("--cases", options.cases, "Read the cases from the CSV file in PATH")
       ->option_text("PATH");

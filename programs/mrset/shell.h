@@ -26,6 +26,9 @@ struct ShellSettings {
   bool saveDataset = true;
   std::chrono::milliseconds lockTimeout{};
   bool bail = false;  // stop at the first command that issues an error
+  // Terminal columns text tables fit in: -1 those of standard output when it
+  // is a terminal (else no limit); 0 no limit.
+  int width = -1;
 };
 
 class Shell {
@@ -85,6 +88,7 @@ class Shell {
   std::ostream& Out();
   bool CloseOutput();
   std::string Title() const;
+  int TextWidth() const;
 
   const CommandModules& modules_;
   ShellSettings settings_;

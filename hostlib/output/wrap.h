@@ -1,0 +1,23 @@
+// Fitting text tables to a width: lines broken to a number of terminal
+// columns, and column widths shared out within a table's width.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace hostlib::output {
+
+// `line` (no line feeds) in pieces of at most `width` terminal columns:
+// broken at blanks (which the break swallows), a word wider than `width`
+// broken between characters. A combining mark stays with the character
+// before it. Width 0 or less: the line whole. Always at least one piece.
+std::vector<std::string> WrapLine(std::string_view line, int width);
+
+// Column widths that add up to at most `budget` where they can: columns that
+// fit keep their `natural` width, the widest ones are cut to one common
+// width and share what is left, but none below min(natural, `floor`). With
+// a budget that cannot be met the columns stay at that floor.
+std::vector<int> FitColumns(const std::vector<int>& natural, int budget, int floor);
+
+}  // namespace hostlib::output

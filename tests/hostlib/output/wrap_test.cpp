@@ -1,0 +1,56 @@
+#include "hostlib/output/wrap.h"
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using hostlib::output::FitColumns;
+using hostlib::output::WrapLine;
+using Pieces = std::vector<std::string>;
+
+TEST(WrapLineTest, BreaksAtBlanksElseBetweenCharacters) {
+  struct Case {
+    std::string line;
+    int width;
+    Pieces pieces;
+  };
+  const std::vector<Case> cases = {
+      {"Likes apples a lot", 0, {"Likes apples a lot"}},
+      {"Likes apples a lot", 18, {"Likes apples a lot"}},
+      {"Likes apples a lot", 12, {"Likes apples", "a lot"}},
+      {"Likes apples a lot", 5, {"Likes", "apple", "s a", "lot"}},
+      {"abcdefgh", 3, {"abc", "def", "gh"}},
+      {"", 4, {""}},
+      // Wide characters take two columns; a combining mark stays on its letter.
+      {"日本語の", 5, {"日本", "語の"}},
+      {"Cafe\u0301s", 4, {"Cafe\u0301", "s"}},
+      // A character wider than the width stands alone rather than vanish.
+      {"日本", 1, {"日", "本"}},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(WrapLine(c.line, c.width), c.pieces) << '"' << c.line << "\" at " << c.width;
+  }
+}
+
+TEST(FitColumnsTest, CutsTheWidestColumnsFirst) {
+  struct Case {
+    std::vector<int> natural;
+    int budget;
+    std::vector<int> widths;
+  };
+  const std::vector<Case> cases = {
+      {{4, 10, 30}, 50, {4, 10, 30}},  // fits: unchanged
+      {{4, 10, 30}, 30, {4, 10, 16}},  // only the widest is cut
+      {{4, 20, 30}, 31, {4, 14, 13}},  // two share the rest, the first gets the odd column
+      {{4, 20, 30}, 5, {4, 6, 6}},     // cannot fit: every cut column at the floor
+      {{}, 10, {}},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(FitColumns(c.natural, c.budget, 6), c.widths) << "budget " << c.budget;
+  }
+}
+
+}  // namespace
