@@ -74,16 +74,17 @@ Entries EntriesOf(const BpText& text) {
 Lines LayOutCell(const Entries& entries, int width) {
   const bool list = entries.size() > 1;
   const std::string indent = list ? "  " : "";
-  const int pieceWidth = list && width > static_cast<int>(indent.size())
-                             ? width - static_cast<int>(indent.size())
-                             : width;
+  const int indentWidth = static_cast<int>(indent.size());
+  const int laterWidth = width > indentWidth ? width - indentWidth : width;
   Lines lines;
   for (const std::string& entry : entries) {
-    bool first = true;
-    for (const std::string& line : SplitLines(entry)) {
-      for (std::string& piece : WrapLine(line, pieceWidth)) {
-        lines.push_back(first ? std::move(piece) : indent + piece);
-        first = false;
+    const Lines own = SplitLines(entry);
+    for (std::size_t i = 0; i < own.size(); ++i) {
+      // An entry's first line starts at the left, all else is indented.
+      const Lines pieces =
+          i == 0 ? WrapLine(own[i], width, indentWidth) : WrapLine(own[i], laterWidth);
+      for (std::size_t k = 0; k < pieces.size(); ++k) {
+        lines.push_back((i == 0 && k == 0 ? "" : indent) + pieces[k]);
       }
     }
   }
@@ -165,7 +166,45 @@ class TextTable {
     }
     if (width <= 0) return std::vector<int>(columns, 0);
     const int rules = 3 * static_cast<int>(columns) + 1;  // "| " and " |" around each cell
-    return FitColumns(natural, width - rules, kNarrowestColumn);
+    const int budget = width - rules;
+    std::vector<int> limits = FitColumns(natural, budget, kNarrowestColumn);
+    // Wrapped at blanks, a cut column may come out narrower than its limit:
+    // it keeps what it took, and the columns still cut share what it left.
+    std::vector<bool> settled(columns, false);
+    for (std::size_t round = 0; round < columns; ++round) {
+      bool changed = false;
+      for (std::size_t c = 0; c < columns; ++c) {
+        if (settled[c] || natural[c] <= limits[c]) continue;
+        const int taken = ColumnWidth(cells, c, limits[c]);
+        if (taken < limits[c]) {
+          settled[c] = true;
+          limits[c] = taken;
+          changed = true;
+        }
+      }
+      if (!changed) break;
+      std::vector<std::size_t> open;
+      std::vector<int> openNatural;
+      int rest = budget;
+      for (std::size_t c = 0; c < columns; ++c) {
+        if (settled[c]) {
+          rest -= limits[c];
+        } else {
+          open.push_back(c);
+          openNatural.push_back(natural[c]);
+        }
+      }
+      const std::vector<int> shared = FitColumns(openNatural, rest, kNarrowestColumn);
+      for (std::size_t i = 0; i < open.size(); ++i) limits[open[i]] = shared[i];
+    }
+    return limits;
+  }
+
+  static int ColumnWidth(const std::vector<std::vector<Entries>>& cells, std::size_t column,
+                         int limit) {
+    int width = 0;
+    for (const auto& row : cells) width = std::max(width, Width(LayOutCell(row[column], limit)));
+    return width;
   }
 
   void WriteRule(std::ostream& out) const {

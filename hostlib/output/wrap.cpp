@@ -3,30 +3,66 @@
 #include <algorithm>
 #include <cstddef>
 #include <numeric>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "hostlib/strings/unicode.h"
 
 namespace hostlib::output {
 namespace {
 
-// Pieces of a word wider than `width`, each a run of whole characters.
-void BreakWord(std::string_view word, int width, std::vector<std::string>& pieces) {
-  std::string piece;
-  int pieceWidth = 0;
+// The pieces of a line so far; the first may take `width` columns, later
+// ones `width - indent` (at least one).
+class PieceList {
+ public:
+  PieceList(int width, int indent) : width_(width), later_(std::max(width - indent, 1)) {}
+
+  int Limit() const { return pieces_.empty() ? width_ : later_; }
+
+  void Append(std::string_view text, int width) {
+    current_ += text;
+    currentWidth_ += width;
+  }
+  int CurrentWidth() const { return currentWidth_; }
+  bool CurrentEmpty() const { return current_.empty(); }
+
+  void Flush() {
+    if (current_.empty()) return;
+    pieces_.push_back(std::move(current_));
+    current_.clear();
+    currentWidth_ = 0;
+  }
+
+  std::vector<std::string> Take() {
+    Flush();
+    if (pieces_.empty()) pieces_.emplace_back();
+    return std::move(pieces_);
+  }
+
+ private:
+  int width_;
+  int later_;
+  std::vector<std::string> pieces_;
+  std::string current_;
+  int currentWidth_ = 0;
+};
+
+// A word wider than a line, broken between characters; its last piece stays
+// open for the words after it.
+void BreakWord(std::string_view word, PieceList& pieces) {
   for (std::size_t offset = 0; offset < word.size();) {
     const std::size_t length = std::max<std::size_t>(strings::DecodeAt(word, offset).length, 1);
     const std::string_view character = word.substr(offset, length);
     const int characterWidth = strings::DisplayWidth(character);
-    if (pieceWidth + characterWidth > width && pieceWidth > 0 && characterWidth > 0) {
-      pieces.push_back(std::move(piece));
-      piece.clear();
-      pieceWidth = 0;
+    if (pieces.CurrentWidth() + characterWidth > pieces.Limit() && pieces.CurrentWidth() > 0 &&
+        characterWidth > 0) {
+      pieces.Flush();
     }
-    piece += character;
-    pieceWidth += characterWidth;
+    pieces.Append(character, characterWidth);
     offset += length;
   }
-  if (!piece.empty()) pieces.push_back(std::move(piece));
 }
 
 int CappedSum(const std::vector<int>& natural, int cap) {
@@ -36,44 +72,29 @@ int CappedSum(const std::vector<int>& natural, int cap) {
 
 }  // namespace
 
-std::vector<std::string> WrapLine(std::string_view line, int width) {
+std::vector<std::string> WrapLine(std::string_view line, int width, int indent) {
   if (width <= 0 || strings::DisplayWidth(line) <= width) return {std::string(line)};
-  std::vector<std::string> pieces;
-  std::string current;
-  int currentWidth = 0;
-  auto flush = [&] {
-    if (currentWidth > 0 || !current.empty()) pieces.push_back(std::move(current));
-    current.clear();
-    currentWidth = 0;
-  };
+  PieceList pieces(width, indent);
   std::size_t start = 0;
   while (start < line.size()) {
     std::size_t end = line.find(' ', start);
     if (end == std::string_view::npos) end = line.size();
     const std::string_view word = line.substr(start, end - start);
     const int wordWidth = strings::DisplayWidth(word);
-    if (currentWidth > 0 && currentWidth + 1 + wordWidth <= width) {
-      current += ' ';
-      current += word;
-      currentWidth += 1 + wordWidth;
-    } else if (wordWidth <= width) {
-      flush();
-      current = std::string(word);
-      currentWidth = wordWidth;
+    if (!pieces.CurrentEmpty() && pieces.CurrentWidth() + 1 + wordWidth <= pieces.Limit()) {
+      pieces.Append(" ", 1);
+      pieces.Append(word, wordWidth);
     } else {
-      flush();
-      BreakWord(word, width, pieces);
-      if (!pieces.empty()) {
-        current = std::move(pieces.back());
-        currentWidth = strings::DisplayWidth(current);
-        pieces.pop_back();
+      pieces.Flush();
+      if (wordWidth <= pieces.Limit()) {
+        pieces.Append(word, wordWidth);
+      } else {
+        BreakWord(word, pieces);
       }
     }
     start = end + 1;
   }
-  flush();
-  if (pieces.empty()) pieces.emplace_back();
-  return pieces;
+  return pieces.Take();
 }
 
 std::vector<int> FitColumns(const std::vector<int>& natural, int budget, int floor) {

@@ -8,11 +8,13 @@
 
 namespace hostlib::output {
 
-// `line` (no line feeds) in pieces of at most `width` terminal columns:
-// broken at blanks (which the break swallows), a word wider than `width`
-// broken between characters. A combining mark stays with the character
-// before it. Width 0 or less: the line whole. Always at least one piece.
-std::vector<std::string> WrapLine(std::string_view line, int width);
+// `line` (no line feeds) in pieces of at most `width` terminal columns, the
+// pieces after the first `indent` columns narrower (they are to be shown
+// indented): broken at blanks (which the break swallows), a word wider than
+// its line broken between characters. A combining mark stays with the
+// character before it. Width 0 or less: the line whole. Always at least one
+// piece.
+std::vector<std::string> WrapLine(std::string_view line, int width, int indent = 0);
 
 // Column widths that add up to at most `budget` where they can: columns that
 // fit keep their `natural` width, the widest ones are cut to one common

@@ -16,6 +16,7 @@ TEST(WrapLineTest, BreaksAtBlanksElseBetweenCharacters) {
     std::string line;
     int width;
     Pieces pieces;
+    int indent = 0;  // pieces after the first are this much narrower
   };
   const std::vector<Case> cases = {
       {"Likes apples a lot", 0, {"Likes apples a lot"}},
@@ -29,9 +30,13 @@ TEST(WrapLineTest, BreaksAtBlanksElseBetweenCharacters) {
       {"Cafe\u0301s", 4, {"Cafe\u0301", "s"}},
       // A character wider than the width stands alone rather than vanish.
       {"日本", 1, {"日", "本"}},
+      {"Drinks tea at midday", 10, {"Drinks tea", "at", "midday"}, 2},
+      {"abcdefgh", 4, {"abcd", "ef", "gh"}, 2},
+      {"abc def", 3, {"abc", "d", "e", "f"}, 5},  // never narrower than one column
   };
   for (const Case& c : cases) {
-    EXPECT_EQ(WrapLine(c.line, c.width), c.pieces) << '"' << c.line << "\" at " << c.width;
+    EXPECT_EQ(WrapLine(c.line, c.width, c.indent), c.pieces)
+        << '"' << c.line << "\" at " << c.width;
   }
 }
 
