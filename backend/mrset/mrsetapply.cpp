@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <system_error>
 #include <utility>
 
@@ -272,7 +273,8 @@ BpData CountedValueData(const VariableSet& set, const VORN_DataSource& dataset) 
     double number = 0;
     const char* end = value.data() + value.size();
     const auto [stop, error] = std::from_chars(value.data(), end, number);
-    if (error == std::errc() && stop == end) return BpData::Number(number);
+    // "nan" and "inf" read as numbers but are none that JSON can hold.
+    if (error == std::errc() && stop == end && std::isfinite(number)) return BpData::Number(number);
   }
   return BpData::String(value);
 }

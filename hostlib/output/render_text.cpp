@@ -158,13 +158,9 @@ class TextTable {
   // table, rules included, within `width` where it can be.
   static std::vector<int> ColumnLimits(const std::vector<std::vector<Entries>>& cells, int width) {
     const std::size_t columns = cells.front().size();
-    std::vector<int> natural(columns, 0);
-    for (const auto& row : cells) {
-      for (std::size_t c = 0; c < columns; ++c) {
-        natural[c] = std::max(natural[c], Width(LayOutCell(row[c], 0)));
-      }
-    }
     if (width <= 0) return std::vector<int>(columns, 0);
+    std::vector<int> natural(columns, 0);
+    for (std::size_t c = 0; c < columns; ++c) natural[c] = ColumnWidth(cells, c, 0);
     const int rules = 3 * static_cast<int>(columns) + 1;  // "| " and " |" around each cell
     const int budget = width - rules;
     std::vector<int> limits = FitColumns(natural, budget, kNarrowestColumn);
