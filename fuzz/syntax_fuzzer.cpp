@@ -40,7 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   session.Reset();
   session.OpenDataset(std::make_shared<hostlib::data::Dataset>(fixture.dataset));
 
-  const auto text = hostlib::output::MakeTextRenderer();
+  // Narrow, so that the tables' labels are wrapped.
+  const auto text = hostlib::output::MakeTextRenderer(24);
   std::ostringstream out;
   mrset_program::Runner runner(fixture.modules, nullptr, false, std::chrono::milliseconds(0), *text,
                                out);

@@ -92,6 +92,46 @@ enum BpErrorLevel : int { kWarningLevel = 2, kErrorLevel = 4 };
 
 void BpError(const BpCellText& text, int show, int level);
 
+// ---- data ----------------------------------------------------------------
+
+// Structured data for programs that read the output: null, a boolean, a
+// number, a string, a list or a record (named values, in the order set).
+class BpData {
+ public:
+  enum class Kind { kNull, kBoolean, kNumber, kString, kList, kRecord };
+
+  BpData() = default;  // null
+  static BpData Boolean(bool value);
+  static BpData Number(double value);
+  static BpData String(std::string value);
+  static BpData List();
+  static BpData Record();
+  // A string, or null when `value` is empty.
+  static BpData StringOrNull(std::string value);
+
+  // A list gains an element at its end; a record gains `key` (or has it
+  // replaced). Any other kind is left as it is.
+  BpData& Append(BpData value);
+  BpData& Set(const std::string& key, BpData value);
+
+  Kind GetKind() const { return kind_; }
+  bool GetBoolean() const { return boolean_; }
+  double GetNumber() const { return number_; }
+  const std::string& GetString() const { return string_; }
+  const std::vector<std::string>& Keys() const { return keys_; }  // a record's
+  const std::vector<BpData>& Values() const { return values_; }   // elements or values
+
+  friend bool operator==(const BpData&, const BpData&) = default;
+
+ private:
+  Kind kind_ = Kind::kNull;
+  bool boolean_ = false;
+  double number_ = 0;
+  std::string string_;
+  std::vector<std::string> keys_;
+  std::vector<BpData> values_;
+};
+
 // ---- tables --------------------------------------------------------------
 
 // A note that cells may carry: a registered text (from Replicate).
@@ -119,6 +159,12 @@ class BpCategory {
 
   void Cell(const BpCellText& text);
   void CellNote(const BpAnnotation& note);
+  // Attaches data under `key` to the category itself (a second call with
+  // the same key replaces it). Readers see it in the JSON document as a key
+  // of the row the category heads, beside what the table shows; the text
+  // and HTML tables do not show it. A key the row has already ("name",
+  // "cells", "notes") is not shown.
+  void AttachData(const std::string& key, const BpData& value);
   void Release();
 
  private:

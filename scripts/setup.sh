@@ -8,6 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libutf8proc-dev nlohmann-json3-dev libcli11-dev libedit-dev libsqlite3-dev libsimdjson-dev
   libpugixml-dev
+  python3 python3-jsonschema
   clang-format
   chromium tmux man-db
 )

@@ -1,6 +1,9 @@
 #include "backend/mrset/mrsetapply.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <system_error>
 #include <utility>
 
 #include "backend/mrset/mrsetassert.h"
@@ -256,6 +259,63 @@ void WarnAboutMissingSets(const std::vector<std::string>& missing) {
   BpError(message, kShowInOutput, kWarningLevel);
 }
 
+// ---- the set as data ------------------------------------------------------
+// The table shows a set as texts made for reading ("N/A", labels in place of
+// names); programs reading the output get the set itself beside it, attached
+// to the row's category. The module builds it because only the module knows
+// what its sets mean; the host only carries the data to the formats that
+// show it, and the table, its texts and their order stay as they were.
+
+BpData CountedValueData(const VariableSet& set, const VORN_DataSource& dataset) {
+  if (set.GetType() == VariableSet::kMultipleCategorySet) return {};
+  const std::string& value = set.GetValue();
+  if (DataTypeText(set, dataset) == "Numeric") {
+    double number = 0;
+    const char* end = value.data() + value.size();
+    const auto [stop, error] = std::from_chars(value.data(), end, number);
+    // "nan" and "inf" read as numbers but are none that JSON can hold.
+    if (error == std::errc() && stop == end && std::isfinite(number)) return BpData::Number(number);
+  }
+  return BpData::String(value);
+}
+
+BpData VariablesData(const VariableSet& set, const VORN_DataSource& dataset) {
+  BpData variables = BpData::List();
+  for (const std::string& name : set.GetVariableNames(kAsStored)) {
+    BpData variable = BpData::Record();
+    const int index = dataset.FindVarIndex(name.c_str(), 0);
+    const char* label = index == -1 ? nullptr : dataset.GetVariable(index).GetLabel();
+    variable.Set("name", BpData::String(index == -1 ? name : dataset.GetVariable(index).GetName()));
+    variable.Set("label", BpData::StringOrNull(label != nullptr ? label : ""));
+    variables.Append(std::move(variable));
+  }
+  return variables;
+}
+
+BpData SetData(const VariableSet& set, const VORN_DataSource& dataset) {
+  const bool dichotomy = set.GetType() == VariableSet::kMultipleDichotomySet;
+  BpData labelSource;
+  if (set.qLabelSetByVariable()) {
+    labelSource = BpData::String("variables");
+  } else if (!set.GetLabel().empty()) {
+    labelSource = BpData::String("set");
+  }
+  BpData categoryLabels;
+  if (dichotomy) {
+    categoryLabels =
+        BpData::String(set.qUseVariableCategoryLabels() ? "countedValue" : "variables");
+  }
+  BpData data = BpData::Record();
+  data.Set("name", BpData::String(set.GetName(kAsStored)))
+      .Set("type", BpData::String(dichotomy ? "dichotomy" : "category"))
+      .Set("label", BpData::StringOrNull(set.GetLabel()))
+      .Set("labelSource", std::move(labelSource))
+      .Set("countedValue", CountedValueData(set, dataset))
+      .Set("categoryLabels", std::move(categoryLabels))
+      .Set("variables", VariablesData(set, dataset));
+  return data;
+}
+
 struct AttributeCategories {
   BpCategory label;
   BpCategory codedAs;
@@ -297,6 +357,7 @@ void AddSetRow(const VariableSet& set, const VORN_DataSource& dataset, BpDimensi
   }
   variables.EndSublist();
   attributes.elementaryVariables.Cell(variables);
+  row.AttachData("set", SetData(set, dataset));
   row.Release();
 }
 

@@ -19,13 +19,13 @@ _mrset() {
       compopt -o filenames 2>/dev/null
       return
       ;;
-    -e | --execute | --cmd)
+    -e | --execute | --cmd | --width)
       return
       ;;
   esac
   if [[ $cur == -* ]]; then
     mapfile -t COMPREPLY < <(compgen -W "-d --data -e --execute -f --format -o --output
-      --no-save --bail --cmd --batch --interactive --help --version" -- "$cur")
+      --width --no-save --bail --cmd --batch --interactive --help --version" -- "$cur")
     return
   fi
   mapfile -t COMPREPLY < <(compgen -f -X '!*.mrs' -- "$cur"; compgen -d -- "$cur")

@@ -7,22 +7,40 @@
 namespace hostlib::output {
 namespace {
 
+// Joins adjacent pieces of one flag; with `markBreaks`, a format's line
+// break stays a piece of its own, marked.
 class SegmentWriter {
  public:
+  explicit SegmentWriter(bool markBreaks) : markBreaks_(markBreaks) {}
+
   void Append(std::string_view text, bool fixed) {
     if (text.empty()) return;
-    if (!segments_.empty() && segments_.back().fixed == fixed) {
+    if (!segments_.empty() && segments_.back().fixed == fixed && !segments_.back().lineBreak) {
       segments_.back().text += text;
     } else {
-      segments_.push_back({std::string(text), fixed});
+      segments_.push_back({std::string(text), fixed, false});
+    }
+  }
+  void AppendBreak(bool fixed) {
+    if (markBreaks_) {
+      segments_.push_back({"\n", fixed, true});
+    } else {
+      Append("\n", fixed);
     }
   }
   void Append(const std::vector<TextSegment>& segments) {
-    for (const TextSegment& segment : segments) Append(segment.text, segment.fixed);
+    for (const TextSegment& segment : segments) {
+      if (segment.lineBreak) {
+        AppendBreak(segment.fixed);
+      } else {
+        Append(segment.text, segment.fixed);
+      }
+    }
   }
   std::vector<TextSegment> Take() { return std::move(segments_); }
 
  private:
+  bool markBreaks_;
   std::vector<TextSegment> segments_;
 };
 
@@ -61,7 +79,7 @@ void AppendLiteral(SegmentWriter& out, std::string_view text, bool fixed) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (text[i] != '\r') continue;
     out.Append(text.substr(start, i - start), fixed);
-    out.Append("\n", fixed);
+    out.AppendBreak(fixed);
     if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
     start = i + 1;
   }
@@ -85,8 +103,10 @@ void AppendPiece(SegmentWriter& out, std::string_view piece, bool fixed,
 
 }  // namespace
 
-std::vector<TextSegment> ComposeSegments(const BpText& text) {
-  SegmentWriter out;
+namespace {
+
+std::vector<TextSegment> Compose(const BpText& text, bool markBreaks) {
+  SegmentWriter out(markBreaks);
   if (!text.composite) {
     out.Append(text.text, text.fixed);
     return out.Take();
@@ -113,7 +133,7 @@ std::vector<TextSegment> ComposeSegments(const BpText& text) {
       const auto slot = static_cast<std::size_t>(format[i + 1] - '1');
       if (slot < topLevel.size()) {
         flushLiteral(i);
-        out.Append(ComposeSegments(text.items[topLevel[slot]]));
+        out.Append(Compose(text.items[topLevel[slot]], markBreaks));
         consumed[topLevel[slot]] = true;
         start = i + 2;
       }
@@ -131,7 +151,7 @@ std::vector<TextSegment> ComposeSegments(const BpText& text) {
         for (std::size_t k = 0; k < members.size(); ++k) {
           const bool isLast = k + 1 == members.size();
           AppendPiece(out, isLast ? repeat->last : repeat->middle, text.fixed,
-                      ComposeSegments(text.items[members[k]]));
+                      Compose(text.items[members[k]], markBreaks));
           consumed[members[k]] = true;
         }
         i += repeat->length;
@@ -146,9 +166,25 @@ std::vector<TextSegment> ComposeSegments(const BpText& text) {
   for (std::size_t item = 0; item < count; ++item) {
     if (consumed[item]) continue;
     out.Append(" ", text.fixed);
-    out.Append(ComposeSegments(text.items[item]));
+    out.Append(Compose(text.items[item], markBreaks));
   }
   return out.Take();
+}
+
+}  // namespace
+
+std::vector<TextSegment> ComposeSegments(const BpText& text) { return Compose(text, false); }
+
+std::vector<std::vector<TextSegment>> ComposeLines(const BpText& text) {
+  std::vector<std::vector<TextSegment>> lines(1);
+  for (TextSegment& segment : Compose(text, true)) {
+    if (segment.lineBreak) {
+      lines.emplace_back();
+    } else {
+      lines.back().push_back(std::move(segment));
+    }
+  }
+  return lines;
 }
 
 }  // namespace hostlib::output

@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -53,6 +54,7 @@ struct Assertion {
 struct Category {
   BpText label;
   bool released = false;
+  std::vector<std::pair<std::string, BpData>> data;  // AttachData, in the order attached
 };
 
 struct Dimension {

@@ -1,5 +1,6 @@
 // The procedure frame and the pivot-table handles of host/output.h. Tables
 // live in the session's document; the handles name them by item index.
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <utility>
@@ -72,6 +73,22 @@ void BpCategory::CellNote(const BpAnnotation& note) {
   }
 }
 
+void BpCategory::AttachData(const std::string& key, const BpData& value) {
+  hostlib::output::Dimension* dimension = FindDimension(table_, dimension_);
+  if (dimension == nullptr || category_ < 0 ||
+      static_cast<std::size_t>(category_) >= dimension->categories.size()) {
+    VORN_AssertionFailed("category handle names a live category", kSourceFile, __LINE__);
+    return;
+  }
+  auto& data = dimension->categories[static_cast<std::size_t>(category_)].data;
+  const auto same = [&](const auto& entry) { return entry.first == key; };
+  if (const auto found = std::find_if(data.begin(), data.end(), same); found != data.end()) {
+    found->second = value;
+  } else {
+    data.emplace_back(key, value);
+  }
+}
+
 void BpCategory::Release() {
   hostlib::output::Dimension* dimension = FindDimension(table_, dimension_);
   if (dimension == nullptr || category_ < 0 ||
@@ -90,7 +107,7 @@ BpCategory BpGroup::Category(const BpCellText& label) {
     VORN_AssertionFailed("dimension handle names a live table", kSourceFile, __LINE__);
     return BpCategory(table_, dimension_, -1);
   }
-  dimension->categories.push_back({label.Value(), false});
+  dimension->categories.push_back({label.Value(), false, {}});
   dimension->current = static_cast<int>(dimension->categories.size() - 1);
   return BpCategory(table_, dimension_, dimension->current);
 }

@@ -11,7 +11,7 @@ std::optional<Format> ParseFormat(std::string_view name) {
   return std::nullopt;
 }
 
-std::unique_ptr<Renderer> MakeRenderer(Format format, std::string_view title) {
+std::unique_ptr<Renderer> MakeRenderer(Format format, std::string_view title, int width) {
   switch (format) {
     case Format::kJson:
       return MakeJsonRenderer();
@@ -20,7 +20,7 @@ std::unique_ptr<Renderer> MakeRenderer(Format format, std::string_view title) {
     case Format::kText:
       break;
   }
-  return MakeTextRenderer();
+  return MakeTextRenderer(width);
 }
 
 std::string Render(Format format, const Document& document) {

@@ -33,12 +33,15 @@ class Renderer {
   virtual void End(std::ostream& out) = 0;
 };
 
-std::unique_ptr<Renderer> MakeTextRenderer();
+// `width`: the terminal columns tables should fit in, their cells wrapped
+// (at blanks, else between characters); 0: cells are never wrapped.
+std::unique_ptr<Renderer> MakeTextRenderer(int width = 0);
 std::unique_ptr<Renderer> MakeJsonRenderer();
 // `title` names what the output is about (the dataset); the HTML page shows
 // it, the other formats have no place for it.
 std::unique_ptr<Renderer> MakeHtmlRenderer(std::string_view title = {});
-std::unique_ptr<Renderer> MakeRenderer(Format format, std::string_view title = {});
+// `width` is for the text format; the others ignore it.
+std::unique_ptr<Renderer> MakeRenderer(Format format, std::string_view title = {}, int width = 0);
 
 // The whole document in one format.
 std::string Render(Format format, const Document& document);

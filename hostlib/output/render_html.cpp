@@ -82,22 +82,17 @@ std::string Html(const BpText& text) {
   return html;
 }
 
-// The lines of a text, each as HTML (a user-data span never spans two).
+// The lines of a text, each as HTML: a format's line breaks make the lines,
+// a line feed of an item's own text is a <br> inside its line.
 std::vector<std::string> HtmlLines(const BpText& text) {
-  std::vector<std::string> lines(1);
-  for (const TextSegment& segment : ComposeSegments(text)) {
-    std::string_view rest = segment.text;
-    for (;;) {
-      const auto end = rest.find('\n');
-      const std::string_view piece = rest.substr(0, end);
-      if (!piece.empty()) {
-        lines.back() += segment.fixed ? Escape(piece)
-                                      : "<span class=\"user-data\">" + Escape(piece) + "</span>";
-      }
-      if (end == std::string_view::npos) break;
-      lines.emplace_back();
-      rest.remove_prefix(end + 1);
+  std::vector<std::string> lines;
+  for (const std::vector<TextSegment>& line : ComposeLines(text)) {
+    std::string html;
+    for (const TextSegment& segment : line) {
+      html += segment.fixed ? Escape(segment.text)
+                            : "<span class=\"user-data\">" + Escape(segment.text) + "</span>";
     }
+    lines.push_back(std::move(html));
   }
   return lines;
 }

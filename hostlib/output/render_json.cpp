@@ -18,6 +18,41 @@ using Json = nlohmann::ordered_json;
 
 Json OrNull(const std::optional<int>& value) { return value ? Json(*value) : Json(nullptr); }
 
+// Whole numbers as integers, so that a count reads as one.
+Json NumberJson(double number) {
+  if (std::fabs(number) < 1e15 && number == std::trunc(number)) {
+    return static_cast<std::int64_t>(number);
+  }
+  return number;
+}
+
+// Bounded by what a command builds, never by the contents of a file.
+Json ToJson(const BpData& data) {
+  switch (data.GetKind()) {
+    case BpData::Kind::kNull:
+      return nullptr;
+    case BpData::Kind::kBoolean:
+      return data.GetBoolean();
+    case BpData::Kind::kNumber:
+      return NumberJson(data.GetNumber());
+    case BpData::Kind::kString:
+      return data.GetString();
+    case BpData::Kind::kList: {
+      Json list = Json::array();
+      for (const BpData& value : data.Values()) list.push_back(ToJson(value));
+      return list;
+    }
+    case BpData::Kind::kRecord: {
+      Json record = Json::object();
+      for (std::size_t i = 0; i < data.Keys().size(); ++i) {
+        record[data.Keys()[i]] = ToJson(data.Values()[i]);
+      }
+      return record;
+    }
+  }
+  return nullptr;
+}
+
 Json ToJson(const Message& message, const Document&) {
   const MessagePlace& place = message.place;
   return Json{{"command", message.command},
@@ -52,13 +87,7 @@ Json ToJson(const Table& table, const Document& document) {
       if (cell == nullptr) continue;
       const std::string column = columns[c].get<std::string>();
       if (cell->hasText && cell->text.numeric) {
-        // Whole numbers as integers, so that a count reads as one.
-        const double number = cell->text.number;
-        if (std::fabs(number) < 1e15 && number == std::trunc(number)) {
-          cells[column] = static_cast<std::int64_t>(number);
-        } else {
-          cells[column] = number;
-        }
+        cells[column] = NumberJson(cell->text.number);
       } else if (cell->hasText) {
         cells[column] = ComposeText(cell->text);
       }
@@ -69,9 +98,14 @@ Json ToJson(const Table& table, const Document& document) {
       }
       if (!texts.empty()) notes[column] = std::move(texts);
     }
-    rows.push_back(Json{{"name", ComposeText(grid.rows->categories[r].label)},
-                        {"cells", std::move(cells)},
-                        {"notes", std::move(notes)}});
+    const Category& heading = grid.rows->categories[r];
+    Json row{{"name", ComposeText(heading.label)},
+             {"cells", std::move(cells)},
+             {"notes", std::move(notes)}};
+    for (const auto& [key, value] : heading.data) {
+      if (!row.contains(key)) row[key] = ToJson(value);
+    }
+    rows.push_back(std::move(row));
   }
   return Json{{"command", table.command},
               {"type", "table"},
@@ -80,9 +114,15 @@ Json ToJson(const Table& table, const Document& document) {
               {"rows", std::move(rows)}};
 }
 
+// The version of the document's shape (docs/output.schema.json): raised when
+// a key changes meaning or goes away, not when one is added.
+constexpr int kFormatVersion = 1;
+
 class JsonRenderer final : public Renderer {
  public:
-  void Begin(std::ostream& out) override { out << "{\"output\": ["; }
+  void Begin(std::ostream& out) override {
+    out << "{\"format\": " << kFormatVersion << ", \"output\": [";
+  }
 
   void Write(const Document& document, std::size_t first, std::ostream& out) override {
     const auto& items = document.Items();

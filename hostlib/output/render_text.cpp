@@ -14,7 +14,8 @@
 //   +------+-------+
 //   [a] NOTE
 //
-// A table stands between blank lines; widths are terminal columns.
+// A table stands between blank lines; widths are terminal columns. Given a
+// width, long cells wrap so that the table fits in it where it can.
 #include <algorithm>
 #include <cstddef>
 #include <ostream>
@@ -23,9 +24,11 @@
 #include <variant>
 #include <vector>
 
+#include "hostlib/output/compose.h"
 #include "hostlib/output/diagnostic.h"
 #include "hostlib/output/render.h"
 #include "hostlib/output/table_layout.h"
+#include "hostlib/output/wrap.h"
 #include "hostlib/strings/unicode.h"
 
 namespace hostlib::output {
@@ -54,30 +57,99 @@ int Width(const Lines& lines) {
   return width;
 }
 
+// A cell's text before it is laid out: its entries (the lines of a list,
+// each possibly holding line feeds of its own), footnote marks after the last.
+using Entries = std::vector<std::string>;
+
+Entries EntriesOf(const BpText& text) {
+  Entries entries;
+  for (const auto& line : ComposeLines(text)) {
+    std::string entry;
+    for (const TextSegment& segment : line) entry += segment.text;
+    entries.push_back(std::move(entry));
+  }
+  return entries;
+}
+
+// The lines of a cell within `width` columns (0: no limit). In a list, an
+// entry's own further lines and its wrapped pieces are indented, so that
+// they cannot be read as entries of their own.
+Lines LayOutCell(const Entries& entries, int width) {
+  const bool list = entries.size() > 1;
+  const std::string indent = list ? "  " : "";
+  const int indentWidth = static_cast<int>(indent.size());
+  const int laterWidth = width > indentWidth ? width - indentWidth : width;
+  Lines lines;
+  for (const std::string& entry : entries) {
+    const Lines own = SplitLines(entry);
+    for (std::size_t i = 0; i < own.size(); ++i) {
+      // An entry's first line starts at the left, all else is indented.
+      const Lines pieces =
+          i == 0 ? WrapLine(own[i], width, indentWidth) : WrapLine(own[i], laterWidth);
+      for (std::size_t k = 0; k < pieces.size(); ++k) {
+        lines.push_back((i == 0 && k == 0 ? "" : indent) + pieces[k]);
+      }
+    }
+  }
+  return lines;
+}
+
+// Narrower columns make no sense: words would break into crumbs.
+constexpr int kNarrowestColumn = 6;
+
+// The widest word of a cell, as laid out: in a list, words after an entry's
+// first may stand on indented lines.
+int WidestWord(const Entries& entries) {
+  const int indent = entries.size() > 1 ? 2 : 0;
+  int widest = 0;
+  for (const std::string& entry : entries) {
+    for (const std::string& line : SplitLines(entry)) {
+      std::string_view rest = line;
+      while (!rest.empty()) {
+        const std::size_t blank = std::min(rest.find(' '), rest.size());
+        widest = std::max(widest, strings::DisplayWidth(rest.substr(0, blank)) + indent);
+        rest.remove_prefix(std::min(blank + 1, rest.size()));
+      }
+    }
+  }
+  return widest;
+}
+
 class TextTable {
  public:
-  TextTable(const Table& table, const Document& document) {
+  // `width`: the terminal columns the table should fit in; 0: no limit.
+  TextTable(const Table& table, const Document& document, int width) {
     const Grid grid = LayOut(table);
     const Footnotes footnotes(grid, document);
 
-    Row header{SplitLines(grid.rows != nullptr ? ComposeText(grid.rows->label) : "")};
+    std::vector<std::vector<Entries>> cells;
+    std::vector<Entries> header{EntriesOf(grid.rows != nullptr ? grid.rows->label : BpText{})};
     for (std::size_t c = 0; c < grid.ColumnCount(); ++c) {
-      header.push_back(SplitLines(ComposeText(grid.columns->categories[c].label)));
+      header.push_back(EntriesOf(grid.columns->categories[c].label));
     }
-    rows_.push_back(std::move(header));
+    cells.push_back(std::move(header));
     for (std::size_t r = 0; r < grid.RowCount(); ++r) {
-      Row row{SplitLines(ComposeText(grid.rows->categories[r].label))};
+      std::vector<Entries> row{EntriesOf(grid.rows->categories[r].label)};
       for (const Cell* cell : grid.cells[r]) {
-        Lines lines = SplitLines(cell != nullptr && cell->hasText ? ComposeText(cell->text) : "");
+        Entries entries = cell != nullptr && cell->hasText ? EntriesOf(cell->text) : Entries{""};
         if (cell != nullptr) {
-          for (const std::string& mark : footnotes.MarksOf(*cell)) lines.back() += "[" + mark + "]";
+          for (const std::string& mark : footnotes.MarksOf(*cell)) {
+            entries.back() += "[" + mark + "]";
+          }
         }
-        row.push_back(std::move(lines));
+        row.push_back(std::move(entries));
       }
-      rows_.push_back(std::move(row));
+      cells.push_back(std::move(row));
     }
     for (const Footnote& note : footnotes.List()) {
       notes_.push_back("[" + note.mark + "] " + note.text);
+    }
+
+    const std::vector<int> limits = ColumnLimits(cells, width);
+    for (const auto& row : cells) {
+      Row laidOut;
+      for (std::size_t c = 0; c < row.size(); ++c) laidOut.push_back(LayOutCell(row[c], limits[c]));
+      rows_.push_back(std::move(laidOut));
     }
     widths_.assign(rows_.front().size(), 0);
     for (const Row& row : rows_) {
@@ -102,6 +174,73 @@ class TextTable {
 
  private:
   using Row = std::vector<Lines>;
+
+  // Per column, the width its cells are wrapped to (0: no limit): the whole
+  // table, rules included, within `width` where it can be.
+  static std::vector<int> ColumnLimits(const std::vector<std::vector<Entries>>& cells, int width) {
+    const std::size_t columns = cells.front().size();
+    if (width <= 0) return std::vector<int>(columns, 0);
+    std::vector<int> natural(columns, 0);
+    for (std::size_t c = 0; c < columns; ++c) natural[c] = ColumnWidth(cells, c, 0);
+    const int rules = 3 * static_cast<int>(columns) + 1;  // "| " and " |" around each cell
+    const int budget = width - rules;
+    const std::vector<int> floors = ColumnFloors(cells, natural, budget);
+    std::vector<int> limits = FitColumns(natural, budget, floors);
+    // Wrapped at blanks, a cut column may come out narrower than its limit:
+    // it keeps what it took, and the columns still cut share what it left.
+    std::vector<bool> settled(columns, false);
+    for (std::size_t round = 0; round < columns; ++round) {
+      bool changed = false;
+      for (std::size_t c = 0; c < columns; ++c) {
+        if (settled[c] || natural[c] <= limits[c]) continue;
+        const int taken = ColumnWidth(cells, c, limits[c]);
+        if (taken < limits[c]) {
+          settled[c] = true;
+          limits[c] = taken;
+          changed = true;
+        }
+      }
+      if (!changed) break;
+      std::vector<std::size_t> open;
+      std::vector<int> openNatural;
+      std::vector<int> openFloors;
+      int rest = budget;
+      for (std::size_t c = 0; c < columns; ++c) {
+        if (settled[c]) {
+          rest -= limits[c];
+        } else {
+          open.push_back(c);
+          openNatural.push_back(natural[c]);
+          openFloors.push_back(floors[c]);
+        }
+      }
+      const std::vector<int> shared = FitColumns(openNatural, rest, openFloors);
+      for (std::size_t i = 0; i < open.size(); ++i) limits[open[i]] = shared[i];
+    }
+    return limits;
+  }
+
+  // Per column, the width below which it is not cut: its widest word, so
+  // that words stay whole; when those cannot all fit, the widest words are
+  // cut first, none below kNarrowestColumn.
+  static std::vector<int> ColumnFloors(const std::vector<std::vector<Entries>>& cells,
+                                       const std::vector<int>& natural, int budget) {
+    std::vector<int> words(natural.size(), 0);
+    std::vector<int> narrowest(natural.size(), 0);
+    for (std::size_t c = 0; c < natural.size(); ++c) {
+      for (const auto& row : cells) words[c] = std::max(words[c], WidestWord(row[c]));
+      words[c] = std::min(words[c], natural[c]);
+      narrowest[c] = std::min(kNarrowestColumn, natural[c]);
+    }
+    return FitColumns(words, budget, narrowest);
+  }
+
+  static int ColumnWidth(const std::vector<std::vector<Entries>>& cells, std::size_t column,
+                         int limit) {
+    int width = 0;
+    for (const auto& row : cells) width = std::max(width, Width(LayOutCell(row[column], limit)));
+    return width;
+  }
 
   void WriteRule(std::ostream& out) const {
     out << '+';
@@ -130,6 +269,7 @@ class TextTable {
 
 class TextRenderer final : public Renderer {
  public:
+  explicit TextRenderer(int width) : width_(width) {}
   void Begin(std::ostream&) override {}
   void End(std::ostream&) override {}
 
@@ -162,20 +302,23 @@ class TextRenderer final : public Renderer {
         << " at " << assertion.file << ':' << assertion.line << '\n';
   }
 
-  static void WriteItem(const Table& table, const Document& document, std::ostream& out) {
+  void WriteItem(const Table& table, const Document& document, std::ostream& out) const {
     const std::string title = ComposeText(table.title);
     out << title << '\n';
-    TextTable(table, document).Write(out);
+    TextTable(table, document, width_).Write(out);
     const std::string caption = ComposeText(table.caption);
     if (!caption.empty() && caption != title) out << caption << '\n';
   }
 
+  int width_ = 0;
   bool wroteAny_ = false;
   bool lastWasTable_ = false;
 };
 
 }  // namespace
 
-std::unique_ptr<Renderer> MakeTextRenderer() { return std::make_unique<TextRenderer>(); }
+std::unique_ptr<Renderer> MakeTextRenderer(int width) {
+  return std::make_unique<TextRenderer>(width);
+}
 
 }  // namespace hostlib::output

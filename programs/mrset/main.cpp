@@ -49,6 +49,7 @@ struct Options {
   bool batch = false;
   bool interactive = false;
   std::string cases;
+  int width = -1;
 };
 
 // Where commands come from: a text given with --execute, a syntax file
@@ -159,8 +160,9 @@ int Run(const Options& options) {
   const bool prompt = options.interactive || (!options.batch && sources.empty() && terminal);
   if (sources.empty() && !prompt) sources.push_back({"standard input", "", nullptr, true});
 
-  mrset_program::ShellSettings settings{
-      !options.noSave, {}, options.bail, ::isatty(STDOUT_FILENO) != 0, ColourOnStandardError()};
+  mrset_program::ShellSettings settings{!options.noSave,         {}, options.bail,
+                                         ::isatty(STDOUT_FILENO) != 0, ColourOnStandardError(),
+                                         options.width};
   try {
     if (!options.data.empty()) settings.lockTimeout = mrset_program::LockTimeoutFromEnvironment();
   } catch (const std::exception& failure) {
@@ -229,6 +231,11 @@ int main(int argc, char** argv) {
   app.add_option("-f,--format", options.format, "Output format: text, json or html")
       ->option_text("FMT")
       ->check(CLI::IsMember({"text", "json", "html"}));
+  app.add_option("--width", options.width,
+                 "Fit text tables in N columns, wrapping long cells (0: never wrap; default: "
+                 "the terminal's width on a terminal)")
+      ->option_text("N")
+      ->check(CLI::Range(0, 100000));
   app.add_option("-o,--output", options.output, "Write the output to PATH")->option_text("PATH");
   app.add_option("--cases", options.cases, "Read the cases from the CSV file in PATH")
       ->option_text("PATH");

@@ -1,5 +1,8 @@
 #include "programs/mrset/shell.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -212,8 +215,15 @@ void Shell::Open(const std::string& path) {
   }
 }
 
+int Shell::TextWidth() const {
+  if (settings_.width >= 0) return settings_.width;
+  if (!outputPath_.empty() || ::isatty(STDOUT_FILENO) == 0) return 0;
+  winsize size{};
+  return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
 void Shell::BeginOutput() {
-  renderer_ = hostlib::output::MakeRenderer(format_, Title());
+  renderer_ = hostlib::output::MakeRenderer(format_, Title(), TextWidth());
   outputStream_.reset();
   outputBuffer_.reset();
   outputFile_.reset();

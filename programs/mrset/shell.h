@@ -30,6 +30,9 @@ struct ShellSettings {
   // goes to a file or is no text, each message goes to `errors` as well.
   bool outputIsTerminal = false;
   bool colourDiagnostics = false;  // colour them (`errors` is a terminal)
+  // Terminal columns text tables fit in: -1 those of standard output when it
+  // is a terminal (else no limit); 0 no limit.
+  int width = -1;
 };
 
 class Shell {
@@ -93,6 +96,7 @@ class Shell {
   std::string Title() const;
   // Messages to `errors` too while the document does not reach the terminal.
   void RouteDiagnostics();
+  int TextWidth() const;
 
   const CommandModules& modules_;
   ShellSettings settings_;

@@ -108,3 +108,20 @@ TEST(ComposeSegments, KeepsTheFlagOfEachPiece) {
 }
 
 }  // namespace
+
+// Lines come from the format's line breaks only: a member's own line feed
+// stays inside its line, and the flat text is the lines joined as before.
+TEST(ComposeLines, SplitsAtTheFormatsBreaksOnly) {
+  using hostlib::output::TextSegment;
+  using Lines = std::vector<std::vector<TextSegment>>;
+  BpComposite members("[:^1\r:$1]1", false);
+  members.Sublist();
+  for (const char* label : {"Drinks tea\nin the afternoon", "Water", ""}) {
+    members.Add(BpString(label, false));
+  }
+  members.EndSublist();
+  EXPECT_EQ(hostlib::output::ComposeLines(members.Value()),
+            (Lines{{{"Drinks tea\nin the afternoon", false}}, {{"Water", false}}, {}}));
+  EXPECT_EQ(ComposeText(members.Value()), "Drinks tea\nin the afternoon\nWater\n");
+  EXPECT_EQ(hostlib::output::ComposeLines(BpString("", true).Value()), Lines(1));
+}

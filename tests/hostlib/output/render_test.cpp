@@ -153,7 +153,7 @@ TEST_F(RenderTest, JsonHasTheDocumentedShape) {
   Display(
       4, {{"$likes", "Liked items", false, "1", true, "Numeric", {"Likes apples", "Likes pears"}}});
 
-  const auto expected = nlohmann::ordered_json::parse(R"json({"output": [
+  const auto expected = nlohmann::ordered_json::parse(R"json({"format": 1, "output": [
   {"command": 1, "type": "error", "text": "Empty MDGroup found",
    "file": null, "line": null, "column": null, "commandLine": null},
   {"command": 2, "type": "warning", "text": "No MRSET to display",
@@ -172,6 +172,41 @@ TEST_F(RenderTest, JsonHasTheDocumentedShape) {
   const auto actual =
       nlohmann::ordered_json::parse(hostlib::output::Render(Format::kJson, Output()));
   EXPECT_EQ(actual, expected) << actual.dump(2);
+}
+
+// Data attached to a row's category becomes keys of that row: typed, in the
+// order attached, a second value for a key replacing the first, and a key
+// the row already has left out.
+TEST_F(RenderTest, JsonRowsCarryAttachedData) {
+  Command(1);
+  BpProcedure procedure("p", 2);
+  BpPivotTable table = procedure.PivotTable(BpString("T", true), BpString("T", true), false);
+  BpDimension columns = table.Dimension(BpString("C", true), 2);
+  columns.Position(1, 1, true, false);
+  BpDimension rows = table.Dimension(BpString("R", true), 2);
+  BpCategory column = columns.Category(BpString("c", true));
+  BpCategory row = rows.Category(BpString("r", true));
+  column.Cell(BpString("x", true));
+  BpData record = BpData::Record();
+  record.Set("n", BpData::Number(1.5))
+      .Set("whole", BpData::Number(3))
+      .Set("none", BpData())
+      .Set("yes", BpData::Boolean(true))
+      .Set("list", BpData::List().Append(BpData::String("a")).Append(BpData::StringOrNull("")))
+      .Set("n", BpData::Number(2.5));
+  row.AttachData("set", BpData::String("first"));
+  row.AttachData("set", record);
+  row.AttachData("name", BpData::String("not shown"));
+  row.AttachData("more", BpData::List().Set("ignored", BpData()));
+  row.Release();
+
+  const auto actual =
+      nlohmann::ordered_json::parse(hostlib::output::Render(Format::kJson, Output()));
+  const auto expected = nlohmann::ordered_json::parse(R"json(
+    {"name": "r", "cells": {"c": "x"}, "notes": {},
+     "set": {"n": 2.5, "whole": 3, "none": null, "yes": true, "list": ["a", null]},
+     "more": []})json");
+  EXPECT_EQ(actual["output"][0]["rows"][0], expected) << actual.dump(2);
 }
 
 TEST_F(RenderTest, TextTableLinesShareOneWidth) {
