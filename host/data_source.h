@@ -13,9 +13,12 @@
 //   order (kinds 1 and 2 only); SaveVariableSets(list, ds, 1) replaces them
 //   by exactly that list, in that order.
 // - VariableSet is a value type; GetName(kUpperCase) is the host's
-//   upper-casing of the name as stored.
+//   upper-casing of the name as stored. Copies share their contents until
+//   one of them changes; a stored set may be read from its store only when
+//   more than its name is asked for (a store fault then throws from there).
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <string>
@@ -116,6 +119,16 @@ enum VarSetsType : int {
   kMultipleResponseSets = 1,
 };
 
+class VariableSet;
+
+// Host side: where a stored set's contents come from when they are first
+// asked for. Load(index) returns the set whole, under the same name.
+class VariableSetSource {
+ public:
+  virtual ~VariableSetSource() = default;
+  virtual VariableSet Load(std::size_t index) const = 0;
+};
+
 class VariableSet {
  public:
   enum VariableSetType : int {
@@ -125,6 +138,8 @@ class VariableSet {
   };
 
   VariableSet(const std::string& name, VariableSetType type);
+  // Host side: the set `index` of `source`, read from it when first needed.
+  VariableSet(std::string name, std::shared_ptr<const VariableSetSource> source, std::size_t index);
   VariableSet(const VariableSet&);
   VariableSet(VariableSet&&) noexcept;
   VariableSet& operator=(const VariableSet&);
@@ -150,17 +165,33 @@ class VariableSet {
   const std::string& StoreExtras() const;
   void SetStoreExtras(std::string extras);
 
-  friend bool operator==(const VariableSet&, const VariableSet&) = default;
+  // Host side: whether this is still the set `index` of `source`, unchanged.
+  bool IsStored(const VariableSetSource& source, std::size_t index) const;
+
+  friend bool operator==(const VariableSet&, const VariableSet&);
 
  private:
+  struct Contents {
+    VariableSetType type = kVarSet;
+    std::string label;
+    std::string value;
+    bool labelSetByVariable = false;
+    bool useVariableCategoryLabels = false;
+    std::vector<std::string> variableNames;
+    std::string storeExtras;
+    friend bool operator==(const Contents&, const Contents&) = default;
+  };
+
+  const Contents& Read() const;
+  Contents& Change();
+
   std::string name_;
-  VariableSetType type_;
-  std::string label_;
-  std::string value_;
-  bool labelSetByVariable_ = false;
-  bool useVariableCategoryLabels_ = false;
-  std::vector<std::string> variableNames_;
-  std::string storeExtras_;
+  // Null until a stored set is first read; shared between copies until one
+  // of them changes.
+  mutable std::shared_ptr<Contents> contents_;
+  // The stored set this one still is, unchanged (null once it changed).
+  std::shared_ptr<const VariableSetSource> source_;
+  std::size_t index_ = 0;
 };
 
 std::vector<VariableSet> VariableSets(const VORN_DataSource& dataSource, VarSetsType type);

@@ -109,11 +109,17 @@ Dataset& DatasetOf(const VORN_DataSource& source) {
 
 // ---- variable sets -------------------------------------------------------
 
-VariableSet::VariableSet(const std::string& name, VariableSetType type) : name_(name), type_(type) {
+VariableSet::VariableSet(const std::string& name, VariableSetType type)
+    : name_(name), contents_(std::make_shared<Contents>()) {
   if (type != kVarSet && type != kMultipleCategorySet && type != kMultipleDichotomySet) {
     throw std::invalid_argument("unknown variable set type " + std::to_string(type));
   }
+  contents_->type = type;
 }
+
+VariableSet::VariableSet(std::string name, std::shared_ptr<const VariableSetSource> source,
+                         std::size_t index)
+    : name_(std::move(name)), source_(std::move(source)), index_(index) {}
 
 VariableSet::VariableSet(const VariableSet&) = default;
 VariableSet::VariableSet(VariableSet&&) noexcept = default;
@@ -121,17 +127,51 @@ VariableSet& VariableSet::operator=(const VariableSet&) = default;
 VariableSet& VariableSet::operator=(VariableSet&&) noexcept = default;
 VariableSet::~VariableSet() = default;
 
-void VariableSet::SetLabel(const std::string& label) { label_ = label; }
-
-void VariableSet::SetValue(const std::string& value) { value_ = value; }
-
-void VariableSet::LabelSetByVariable(bool fromVariables) { labelSetByVariable_ = fromVariables; }
-
-void VariableSet::UseVariableCategoryLabels(bool useValueLabels) {
-  useVariableCategoryLabels_ = useValueLabels;
+const VariableSet::Contents& VariableSet::Read() const {
+  if (!contents_ && !source_) contents_ = std::make_shared<Contents>();  // moved from
+  if (!contents_) {
+    VariableSet loaded = source_->Load(index_);
+    if (loaded.name_ != name_ || !loaded.contents_) {
+      throw std::logic_error("a set source gave set " + loaded.name_ + " for " + name_);
+    }
+    contents_ = std::move(loaded.contents_);
+  }
+  return *contents_;
 }
 
-void VariableSet::AddVariableName(const std::string& name) { variableNames_.push_back(name); }
+// Copy on write: the contents are copied only while another copy shares them.
+VariableSet::Contents& VariableSet::Change() {
+  Read();
+  if (contents_.use_count() > 1) contents_ = std::make_shared<Contents>(*contents_);
+  source_.reset();
+  return *contents_;
+}
+
+void VariableSet::SetLabel(const std::string& label) { Change().label = label; }
+
+void VariableSet::SetValue(const std::string& value) { Change().value = value; }
+
+void VariableSet::LabelSetByVariable(bool fromVariables) {
+  Change().labelSetByVariable = fromVariables;
+}
+
+void VariableSet::UseVariableCategoryLabels(bool useValueLabels) {
+  Change().useVariableCategoryLabels = useValueLabels;
+}
+
+void VariableSet::AddVariableName(const std::string& name) {
+  Change().variableNames.push_back(name);
+}
+
+bool VariableSet::IsStored(const VariableSetSource& source, std::size_t index) const {
+  return source_.get() == &source && index_ == index;
+}
+
+bool operator==(const VariableSet& a, const VariableSet& b) {
+  if (a.name_ != b.name_) return false;
+  if (a.source_ && a.source_ == b.source_ && a.index_ == b.index_) return true;
+  return a.Read() == b.Read();
+}
 
 namespace {
 
@@ -149,28 +189,29 @@ std::string InCase(const std::string& text, ChangeCase changeCase) {
 
 std::string VariableSet::GetName(ChangeCase changeCase) const { return InCase(name_, changeCase); }
 
-VariableSet::VariableSetType VariableSet::GetType() const { return type_; }
+VariableSet::VariableSetType VariableSet::GetType() const { return Read().type; }
 
-const std::string& VariableSet::GetLabel() const { return label_; }
+const std::string& VariableSet::GetLabel() const { return Read().label; }
 
-const std::string& VariableSet::GetValue() const { return value_; }
+const std::string& VariableSet::GetValue() const { return Read().value; }
 
-bool VariableSet::qLabelSetByVariable() const { return labelSetByVariable_; }
+bool VariableSet::qLabelSetByVariable() const { return Read().labelSetByVariable; }
 
-bool VariableSet::qUseVariableCategoryLabels() const { return useVariableCategoryLabels_; }
+bool VariableSet::qUseVariableCategoryLabels() const { return Read().useVariableCategoryLabels; }
 
 std::vector<std::string> VariableSet::GetVariableNames(ChangeCase changeCase) const {
+  const std::vector<std::string>& stored = Read().variableNames;
   std::vector<std::string> names;
-  names.reserve(variableNames_.size());
-  for (const auto& name : variableNames_) {
+  names.reserve(stored.size());
+  for (const auto& name : stored) {
     names.push_back(InCase(name, changeCase));
   }
   return names;
 }
 
-const std::string& VariableSet::StoreExtras() const { return storeExtras_; }
+const std::string& VariableSet::StoreExtras() const { return Read().storeExtras; }
 
-void VariableSet::SetStoreExtras(std::string extras) { storeExtras_ = std::move(extras); }
+void VariableSet::SetStoreExtras(std::string extras) { Change().storeExtras = std::move(extras); }
 
 namespace {
 
