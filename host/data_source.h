@@ -122,11 +122,11 @@ enum VarSetsType : int {
 class VariableSet;
 
 // Host side: where a stored set's contents come from when they are first
-// asked for. Load(index) returns the set whole, under the same name.
+// asked for. Load(index, name) returns the set whole, under that name.
 class VariableSetSource {
  public:
   virtual ~VariableSetSource() = default;
-  virtual VariableSet Load(std::size_t index) const = 0;
+  virtual VariableSet Load(std::size_t index, const std::string& name) const = 0;
 };
 
 class VariableSet {
@@ -165,8 +165,8 @@ class VariableSet {
   const std::string& StoreExtras() const;
   void SetStoreExtras(std::string extras);
 
-  // Host side: whether this is still the set `index` of `source`, unchanged.
-  bool IsStored(const VariableSetSource& source, std::size_t index) const;
+  // Host side: whether this is a store's set, unchanged since it was read.
+  bool IsStoredUnchanged() const { return source_ != nullptr; }
 
   friend bool operator==(const VariableSet&, const VariableSet&);
 

@@ -130,7 +130,7 @@ VariableSet::~VariableSet() = default;
 const VariableSet::Contents& VariableSet::Read() const {
   if (!contents_ && !source_) contents_ = std::make_shared<Contents>();  // moved from
   if (!contents_) {
-    VariableSet loaded = source_->Load(index_);
+    VariableSet loaded = source_->Load(index_, name_);
     if (loaded.name_ != name_ || !loaded.contents_) {
       throw std::logic_error("a set source gave set " + loaded.name_ + " for " + name_);
     }
@@ -161,10 +161,6 @@ void VariableSet::UseVariableCategoryLabels(bool useValueLabels) {
 
 void VariableSet::AddVariableName(const std::string& name) {
   Change().variableNames.push_back(name);
-}
-
-bool VariableSet::IsStored(const VariableSetSource& source, std::size_t index) const {
-  return source_.get() == &source && index_ == index;
 }
 
 bool operator==(const VariableSet& a, const VariableSet& b) {

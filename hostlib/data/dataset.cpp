@@ -84,6 +84,7 @@ void Dataset::AddVariable(VORN_Variable variable) {
 
 void Dataset::ReplaceMultipleResponseSets(std::vector<VariableSet> sets) {
   for (const auto& set : sets) {
+    if (set.IsStoredUnchanged()) continue;  // its store vouches for its kind
     const auto type = set.GetType();
     if (type != VariableSet::kMultipleCategorySet && type != VariableSet::kMultipleDichotomySet) {
       throw std::invalid_argument("set " + set.GetName(kAsStored) +

@@ -83,7 +83,7 @@ Dataset SqliteStore::Load() {
 // Inside a transaction: the sets, and the dictionary as a source that reads
 // a variable when it is asked for.
 Dataset SqliteStore::ReadDataset(SqliteConnection& db) {
-  StoredSets stored = ReadStoredSets(db);
+  StoredSets stored = ReadStoredSets(db_);
   ReadRevision(db);
   Dataset dataset(std::make_shared<const DatabaseDictionary>(db_), stored.sets);
   stored_ = std::move(stored);
@@ -101,7 +101,7 @@ Dataset SqliteStore::ReadWholeDataset(SqliteConnection& db, std::vector<FieldRec
     }
   }
   records = ReadFieldRecords(db);
-  StoredSets stored = ReadStoredSets(db);
+  StoredSets stored = ReadWholeStoredSets(db);
   ReadRevision(db);
   Dataset dataset(VariablesOf(records), stored.sets);
   stored_ = std::move(stored);
@@ -171,7 +171,7 @@ void SqliteStore::WriteSets(SqliteConnection& db, const std::vector<VariableSet>
   const std::string doing = "not saved";
   std::unordered_map<std::string, std::size_t> storedByName;
   for (std::size_t i = 0; i < stored_.sets.size(); ++i) {
-    storedByName.emplace(FoldName(stored_.sets[i].GetName(kAsStored)), i);
+    storedByName.emplace(stored_.foldedNames[i], i);
   }
   std::vector<std::optional<std::size_t>> kept(sets.size());
   std::vector<bool> used(stored_.sets.size(), false);
@@ -182,6 +182,11 @@ void SqliteStore::WriteSets(SqliteConnection& db, const std::vector<VariableSet>
       kept[i] = found->second;
       used[found->second] = true;
     }
+  }
+  // A set to be written anew may still be a stored one's copy not yet read
+  // (under another name's row): read it before any row goes.
+  for (std::size_t i = 0; i < sets.size(); ++i) {
+    if (!kept[i]) sets[i].GetType();
   }
   Statement remove(db, "DELETE FROM sets WHERE id = ?", doing);
   for (std::size_t i = 0; i < stored_.sets.size(); ++i) {
@@ -203,6 +208,8 @@ void SqliteStore::WriteSets(SqliteConnection& db, const std::vector<VariableSet>
     const auto position = static_cast<std::int64_t>(i);
     written.ids.push_back(kept[i] ? stored_.ids[*kept[i]] : writer.Insert(sets[i], position));
     written.positions.push_back(position);
+    written.foldedNames.push_back(kept[i] ? stored_.foldedNames[*kept[i]]
+                                          : FoldName(sets[i].GetName(kAsStored)));
   }
   // The revision only tells one state from the next: at its greatest it
   // wraps to 0, and stays an integer.

@@ -97,8 +97,12 @@ DatabaseDictionary::DatabaseDictionary(std::shared_ptr<const SqliteConnection> d
                       " FROM categories WHERE variable = ? ORDER BY position",
                   kReading) {
   // Positions run from 0 without gaps (a gap is refused where a read meets
-  // it), so the greatest gives the count without a scan.
-  Statement last(*db_, "SELECT min(position), max(position) FROM variables", kReading);
+  // it), so the greatest gives the count without a scan (min and max asked
+  // apart: together they would scan the table).
+  Statement last(*db_,
+                 "SELECT (SELECT min(position) FROM variables), "
+                 "(SELECT max(position) FROM variables)",
+                 kReading);
   last.Step();
   if (last.IsNull(0)) return;
   if (last.Int(0) != 0 || last.Int(1) >= std::numeric_limits<int>::max()) {

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 namespace hostlib::data {
 
@@ -16,61 +17,133 @@ constexpr const char* kReading = "cannot be read";
   throw DatasetError(db.File() + ": not a valid dataset database: " + fault);
 }
 
-}  // namespace
+constexpr const char* kSetColumns =
+    "name, type, label, counted_value, category_labels, label_from_variables, extras";
 
-StoredSets ReadStoredSets(const SqliteConnection& db) {
+// A set from its row (kSetColumns from column `first`), without its
+// variables.
+VariableSet SetOfRow(const SqliteConnection& db, const Statement& row, int first) {
+  const std::string name = row.Text(first);
+  const bool dichotomies = row.Text(first + 1) == "dichotomies";
+  VariableSet set(
+      name, dichotomies ? VariableSet::kMultipleDichotomySet : VariableSet::kMultipleCategorySet);
+  if (!row.IsNull(first + 2)) set.SetLabel(row.Text(first + 2));
+  if (dichotomies) {
+    set.SetValue(row.Text(first + 3));
+    set.UseVariableCategoryLabels(row.Text(first + 4) == "countedValues");
+  }
+  set.LabelSetByVariable(row.Int(first + 5) != 0);
+  if (!row.IsNull(first + 6)) {
+    const std::string extras = row.Text(first + 6);
+    CheckLayout(db, extras, "set \"" + name + "\"");
+    if (!Json::parse(extras, nullptr, false).is_object()) {
+      Corrupt(db, "set \"" + name + "\": extras must be a JSON object");
+    }
+    set.SetStoreExtras(extras);
+  }
+  return set;
+}
+
+void AddMember(const SqliteConnection& db, std::string member, VariableSet& set) {
+  if (member.find('\0') != std::string::npos) {
+    Corrupt(db, "a set's variable name holds the character U+0000");
+  }
+  set.AddVariableName(member);
+}
+
+// Reads the set rows in order, `columns` after the id, position, name and
+// folded name, checking the name; `each` sees every row.
+template <typename EachRow>
+StoredSets ReadSetRows(const SqliteConnection& db, const std::string& columns, EachRow each) {
   StoredSets stored;
-  std::unordered_map<std::int64_t, std::size_t> indexById;
-  Statement sets(db,
-                 "SELECT id, position, name, type, label, counted_value, category_labels, "
-                 "label_from_variables, extras, folded_name FROM sets ORDER BY position",
-                 kReading);
+  Statement sets(
+      db, "SELECT id, position, name, folded_name" + columns + " FROM sets ORDER BY position",
+      kReading);
   while (sets.Step()) {
-    const std::string name = sets.Text(2);
+    std::string name = sets.Text(2);
     if (name.find('\0') != std::string::npos) {
       Corrupt(db, "a set name holds the character U+0000");
     }
-    if (sets.Text(9) != FoldName(name)) {
+    std::string folded = sets.Text(3);
+    if (folded != FoldName(name)) {
       Corrupt(db, "set \"" + name + "\": folded_name does not match the name");
     }
-    const bool dichotomies = sets.Text(3) == "dichotomies";
-    VariableSet set(
-        name, dichotomies ? VariableSet::kMultipleDichotomySet : VariableSet::kMultipleCategorySet);
-    if (!sets.IsNull(4)) set.SetLabel(sets.Text(4));
-    if (dichotomies) {
-      set.SetValue(sets.Text(5));
-      set.UseVariableCategoryLabels(sets.Text(6) == "countedValues");
-    }
-    set.LabelSetByVariable(sets.Int(7) != 0);
-    if (!sets.IsNull(8)) {
-      const std::string extras = sets.Text(8);
-      CheckLayout(db, extras, "set \"" + name + "\"");
-      if (!Json::parse(extras, nullptr, false).is_object()) {
-        Corrupt(db, "set \"" + name + "\": extras must be a JSON object");
-      }
-      set.SetStoreExtras(extras);
-    }
-    indexById.emplace(sets.Int(0), stored.sets.size());
     stored.ids.push_back(sets.Int(0));
     stored.positions.push_back(sets.Int(1));
-    stored.sets.push_back(std::move(set));
+    stored.foldedNames.push_back(std::move(folded));
+    each(sets, std::move(name), stored);
   }
+  return stored;
+}
+
+// The sets of one state of a database, each read by its row when first
+// asked for. Between commands another program may change the file: a set
+// whose row is gone or renamed is refused rather than read wrongly.
+class StoredSetSource final : public VariableSetSource {
+ public:
+  StoredSetSource(std::shared_ptr<const SqliteConnection> db, std::vector<std::int64_t> ids)
+      : db_(std::move(db)), ids_(std::move(ids)) {}
+
+  VariableSet Load(std::size_t index, const std::string& name) const override {
+    if (!readSet_) {
+      readSet_.emplace(*db_, std::string("SELECT ") + kSetColumns + " FROM sets WHERE id = ?",
+                       kReading);
+      readMembers_.emplace(
+          *db_, "SELECT name FROM set_variables WHERE set_id = ? ORDER BY position", kReading);
+    }
+    // Reset whatever happens: a statement left open would hold a read lock.
+    struct Resetter {
+      Statement& statement;
+      ~Resetter() { statement.Reset(); }
+    } resetSet{*readSet_}, resetMembers{*readMembers_};
+    readSet_->BindInt(1, ids_.at(index));
+    if (!readSet_->Step() || readSet_->Text(0) != name) {
+      throw DatasetError(db_->File() + ": set " + name +
+                         " was changed by another program while in use: run the command again");
+    }
+    VariableSet set = SetOfRow(*db_, *readSet_, 0);
+    readMembers_->BindInt(1, ids_.at(index));
+    while (readMembers_->Step()) AddMember(*db_, readMembers_->Text(0), set);
+    return set;
+  }
+
+ private:
+  std::shared_ptr<const SqliteConnection> db_;
+  std::vector<std::int64_t> ids_;
+  mutable std::optional<Statement> readSet_;
+  mutable std::optional<Statement> readMembers_;
+};
+
+}  // namespace
+
+StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db) {
+  std::vector<std::string> names;
+  StoredSets stored = ReadSetRows(*db, "", [&](const Statement&, std::string name, StoredSets&) {
+    names.push_back(std::move(name));
+  });
+  const auto source = std::make_shared<const StoredSetSource>(db, stored.ids);
+  stored.sets.reserve(names.size());
+  for (std::size_t i = 0; i < names.size(); ++i)
+    stored.sets.emplace_back(std::move(names[i]), source, i);
+  return stored;
+}
+
+StoredSets ReadWholeStoredSets(const SqliteConnection& db) {
+  std::unordered_map<std::int64_t, std::size_t> indexById;
+  StoredSets stored = ReadSetRows(db, std::string(", ") + kSetColumns,
+                                  [&](const Statement& row, std::string, StoredSets& sets) {
+                                    indexById.emplace(row.Int(0), sets.sets.size());
+                                    sets.sets.push_back(SetOfRow(db, row, 4));
+                                  });
   // Every row of set_variables belongs to a set (a foreign key).
-  std::vector<std::vector<std::string>> members(stored.sets.size());
   Statement setVariables(db, "SELECT set_id, name FROM set_variables ORDER BY set_id, position",
                          kReading);
   while (setVariables.Step()) {
     const auto found = indexById.find(setVariables.Int(0));
-    if (found == indexById.end())
+    if (found == indexById.end()) {
       Corrupt(db, "a row refers to a variable or set that is not there");
-    std::string member = setVariables.Text(1);
-    if (member.find('\0') != std::string::npos) {
-      Corrupt(db, "a set's variable name holds the character U+0000");
     }
-    members[found->second].push_back(std::move(member));
-  }
-  for (std::size_t i = 0; i < members.size(); ++i) {
-    for (const std::string& name : members[i]) stored.sets[i].AddVariableName(name);
+    AddMember(db, setVariables.Text(1), stored.sets[found->second]);
   }
   return stored;
 }

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <vector>
 
 #include "hostlib/data/database/sqlite_connection.h"
@@ -9,8 +11,14 @@
 
 namespace hostlib::data {
 
-// Throws DatasetError for rows that break the format's rules.
-StoredSets ReadStoredSets(const SqliteConnection& db);
+// The sets in order, by their names only: the rest of a set is read from
+// `db` when it is first asked for, so a command that shows or changes a few
+// of thousands of sets reads a few. Throws DatasetError for rows that break
+// the format's rules (a set's other rows: when they are read).
+StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db);
+
+// The sets in order, each read whole now (for a whole-file export).
+StoredSets ReadWholeStoredSets(const SqliteConnection& db);
 
 // Stores sets as a codebook file would hold them.
 class SetWriter {

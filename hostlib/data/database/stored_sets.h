@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "host/data_source.h"
@@ -12,6 +13,7 @@ struct StoredSets {
   std::vector<VariableSet> sets;
   std::vector<std::int64_t> ids;
   std::vector<std::int64_t> positions;
+  std::vector<std::string> foldedNames;
 };
 
 }  // namespace hostlib::data

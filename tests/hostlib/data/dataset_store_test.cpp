@@ -250,6 +250,40 @@ TEST_F(StoreTest, DatabaseRefusesADamagedPageWhenAReadMeetsIt) {
   EXPECT_EQ(Read(path), bytes);
 }
 
+// A database's sets are read by name; the rest of a set when it is asked
+// for, so a fault in a set's rows, or a set another program changed since,
+// is met then.
+TEST_F(StoreTest, DatabaseReadsASetWhenItIsAskedFor) {
+  const fs::path path = MakeDataset("sets.db");
+  SqliteStore store(path);
+  const Dataset dataset = store.Load();
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db,
+                         "UPDATE sets SET name = '$liked', folded_name = '$liked' "
+                         "WHERE name = '$likes'; UPDATE sets SET extras = '[]' "
+                         "WHERE name = '$first'",
+                         nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  sqlite3_close(db);
+
+  const std::vector<VariableSet>& sets = dataset.MultipleResponseSets();
+  ASSERT_EQ(sets.size(), 2u);
+  EXPECT_EQ(sets[0].GetName(kAsStored), "$likes");
+  const std::vector<std::pair<const VariableSet*, std::string>> faults = {
+      {&sets[0], ": set $likes was changed by another program while in use"},
+      {&sets[1], ": not a valid dataset database: set \"$first\": extras must be a JSON object"}};
+  for (const auto& [set, fault] : faults) {
+    try {
+      set->GetLabel();
+      ADD_FAILURE() << "read " << set->GetName(kAsStored);
+    } catch (const DatasetError& error) {
+      EXPECT_NE(std::string(error.what()).find(path.string() + fault), std::string::npos)
+          << error.what();
+    }
+  }
+}
+
 TEST_F(StoreTest, RefusesFilesThatAreNoDatasetAndLeavesThemAlone) {
   const std::string database = Read(MakeDataset("good.db"));
   // The header holds user_version at 60 and application_id at 68 (big-endian).

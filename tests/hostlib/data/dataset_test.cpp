@@ -134,6 +134,39 @@ TEST(VariableSetTest, UpperCasesNamesOnlyWhenAsked) {
   EXPECT_THROW(set.GetName(static_cast<ChangeCase>(0)), std::invalid_argument);
 }
 
+// Counts its loads; set `index` is MakeSet() under the name asked for.
+class CountingSetSource final : public VariableSetSource {
+ public:
+  VariableSet Load(std::size_t, const std::string&) const override {
+    ++loads;
+    return MakeSet();
+  }
+  mutable int loads = 0;
+};
+
+TEST(VariableSetTest, CopiesShareUntilOneChangesAndStoredOnesAreReadWhenAsked) {
+  const auto source = std::make_shared<CountingSetSource>();
+  const VariableSet stored("$größe", source, 0);
+  VariableSet copy = stored;
+  EXPECT_EQ(copy, stored);  // copies of one stored set: equal unread
+  EXPECT_EQ(stored.GetName(kUpperCase), "$GRÖßE");
+  EXPECT_TRUE(stored.IsStoredUnchanged());
+  EXPECT_EQ(source->loads, 0);
+
+  copy.SetLabel("Other");
+  EXPECT_EQ(source->loads, 1);
+  EXPECT_FALSE(copy.IsStoredUnchanged());
+  EXPECT_EQ(copy.GetLabel(), "Other");
+  EXPECT_EQ(stored.GetLabel(), "Sizes");  // read on its own, unchanged by the copy
+  EXPECT_NE(copy, stored);
+  copy.SetLabel("Sizes");
+  EXPECT_EQ(copy, stored);  // compared by contents once changed
+  EXPECT_EQ(source->loads, 2);
+
+  VariableSet renamed("$other", source, 0);
+  EXPECT_THROW(renamed.GetLabel(), std::logic_error);  // a source giving another set
+}
+
 TEST(VariableSetsTest, SaveReplacesTheWholeListInOrder) {
   auto dataset = std::make_shared<Dataset>(Sample());
   VORN_DataSource source(HostStateOver(dataset));
