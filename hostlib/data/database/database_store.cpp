@@ -15,6 +15,7 @@
 #include "hostlib/data/database/dictionary_rows.h"
 #include "hostlib/data/database/guard.h"
 #include "hostlib/data/database/schema.h"
+#include "hostlib/data/database/set_positions.h"
 #include "hostlib/data/database/set_rows.h"
 #include "hostlib/data/database/sqlite_connection.h"
 #include "hostlib/files/files.h"
@@ -192,22 +193,25 @@ void SqliteStore::WriteSets(SqliteConnection& db, const std::vector<VariableSet>
   for (std::size_t i = 0; i < stored_.sets.size(); ++i) {
     if (!used[i]) remove.BindInt(1, stored_.ids[i]).Run();
   }
-  // Through negative positions, so that no two rows share one on the way.
-  Statement move(db, "UPDATE sets SET position = ? WHERE id = ?", doing);
-  for (int pass = 0; pass < 2; ++pass) {
-    for (std::size_t i = 0; i < sets.size(); ++i) {
-      if (!kept[i] || stored_.positions[*kept[i]] == static_cast<std::int64_t>(i)) continue;
-      const auto position = static_cast<std::int64_t>(i);
-      move.BindInt(1, pass == 0 ? -1 - position : position).BindInt(2, stored_.ids[*kept[i]]).Run();
+  std::vector<std::optional<std::int64_t>> storedPositions(sets.size());
+  for (std::size_t i = 0; i < sets.size(); ++i) {
+    if (kept[i]) storedPositions[i] = stored_.positions[*kept[i]];
+  }
+  const SetPlacement placement = PlaceSets(storedPositions);
+  std::vector<std::pair<std::int64_t, std::int64_t>> moves;  // id, new position
+  for (std::size_t i = 0; i < sets.size(); ++i) {
+    if (kept[i] && *storedPositions[i] != placement.positions[i]) {
+      moves.emplace_back(stored_.ids[*kept[i]], placement.positions[i]);
     }
   }
+  MoveSets(db, moves, !placement.clearOfOldPositions);
   SetWriter writer(db);
   StoredSets written;
   written.sets = sets;
+  written.positions = placement.positions;
   for (std::size_t i = 0; i < sets.size(); ++i) {
-    const auto position = static_cast<std::int64_t>(i);
-    written.ids.push_back(kept[i] ? stored_.ids[*kept[i]] : writer.Insert(sets[i], position));
-    written.positions.push_back(position);
+    written.ids.push_back(kept[i] ? stored_.ids[*kept[i]]
+                                  : writer.Insert(sets[i], placement.positions[i]));
     written.foldedNames.push_back(kept[i] ? stored_.foldedNames[*kept[i]]
                                           : FoldName(sets[i].GetName(kAsStored)));
   }
@@ -219,6 +223,43 @@ void SqliteStore::WriteSets(SqliteConnection& db, const std::vector<VariableSet>
       doing);
   pending_ = std::move(written);
   pendingRevision_ = revision_ == std::numeric_limits<std::int64_t>::max() ? 0 : revision_ + 1;
+}
+
+// Gives sets new positions; `throughNegative` when a new position may be
+// another's old one, so that no two rows share one on the way. Many at once
+// (a list sorted by name) go through a temporary table, in a statement or
+// two rather than one or two per set.
+void SqliteStore::MoveSets(SqliteConnection& db,
+                           const std::vector<std::pair<std::int64_t, std::int64_t>>& moves,
+                           bool throughNegative) {
+  const std::string doing = "not saved";
+  constexpr std::size_t kFewMoves = 32;
+  if (moves.size() <= kFewMoves) {
+    Statement move(db, "UPDATE sets SET position = ? WHERE id = ?", doing);
+    if (throughNegative) {
+      std::int64_t away = -1;
+      for (const auto& [id, position] : moves) move.BindInt(1, away--).BindInt(2, id).Run();
+    }
+    for (const auto& [id, position] : moves) move.BindInt(1, position).BindInt(2, id).Run();
+    return;
+  }
+  db.Execute(
+      "CREATE TEMP TABLE IF NOT EXISTS set_moves (id INTEGER PRIMARY KEY, position INTEGER); "
+      "DELETE FROM temp.set_moves",
+      doing);
+  {
+    Statement add(db, "INSERT INTO temp.set_moves (id, position) VALUES (?, ?)", doing);
+    for (const auto& [id, position] : moves) add.BindInt(1, id).BindInt(2, position).Run();
+  }
+  if (throughNegative) {
+    db.Execute(
+        "UPDATE sets SET position = -1 - m.rowid FROM temp.set_moves AS m WHERE m.id = sets.id",
+        doing);
+  }
+  db.Execute(
+      "UPDATE sets SET position = m.position FROM temp.set_moves AS m WHERE m.id = sets.id; "
+      "DELETE FROM temp.set_moves",
+      doing);
 }
 
 void SqliteStore::EndCommand() {
@@ -311,8 +352,11 @@ void SqliteStore::Create(const DatasetContents& contents) {
     meta.BindOptional(1, layout).Run();
     InsertFieldRecords(db, records);
     SetWriter writer(db);
-    std::int64_t position = 0;
-    for (const VariableSet& set : dataset.MultipleResponseSets()) writer.Insert(set, position++);
+    std::int64_t position = kPositionSpacing;  // room before the first
+    for (const VariableSet& set : dataset.MultipleResponseSets()) {
+      writer.Insert(set, position);
+      position += kPositionSpacing;
+    }
     db.Execute("COMMIT", doing);
   };
   try {

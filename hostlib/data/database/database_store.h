@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "hostlib/data/database/stored_sets.h"
@@ -53,6 +54,9 @@ class SqliteStore final : public DatasetStore {
   Dataset ReadWholeDataset(SqliteConnection& db, std::vector<FieldRecord>& records);
   void ReadRevision(SqliteConnection& db);
   void WriteSets(SqliteConnection& db, const std::vector<VariableSet>& sets);
+  static void MoveSets(SqliteConnection& db,
+                       const std::vector<std::pair<std::int64_t, std::int64_t>>& moves,
+                       bool throughNegative);
   void DropPending() noexcept;
 
   std::filesystem::path path_;

@@ -1,0 +1,99 @@
+#include "hostlib/data/database/set_positions.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <limits>
+
+namespace hostlib::data {
+namespace {
+
+constexpr std::int64_t kGreatest = std::numeric_limits<std::int64_t>::max();
+
+// Marks the sets of a longest run whose stored positions increase along the
+// list (patience sorting, n log n).
+std::vector<bool> LongestIncreasingRun(const std::vector<std::optional<std::int64_t>>& stored) {
+  std::vector<std::size_t> tails;  // per run length, the index ending the best such run
+  std::vector<std::size_t> previous(stored.size(), stored.size());
+  for (std::size_t i = 0; i < stored.size(); ++i) {
+    if (!stored[i]) continue;
+    const auto place = std::lower_bound(
+        tails.begin(), tails.end(), *stored[i],
+        [&](std::size_t tail, std::int64_t position) { return *stored[tail] < position; });
+    if (place != tails.begin()) previous[i] = *(place - 1);
+    if (place == tails.end()) {
+      tails.push_back(i);
+    } else {
+      *place = i;
+    }
+  }
+  std::vector<bool> inRun(stored.size(), false);
+  for (std::size_t i = tails.empty() ? stored.size() : tails.back(); i < stored.size();
+       i = previous[i]) {
+    inRun[i] = true;
+  }
+  return inRun;
+}
+
+// Every set anew, spaced, after `greatest` when that leaves room, else from
+// the spacing itself (room before the first).
+SetPlacement PlaceAllAnew(std::size_t count, std::optional<std::int64_t> greatest) {
+  SetPlacement placement;
+  const auto needed = static_cast<std::int64_t>(count) * kPositionSpacing;
+  const bool after = greatest && *greatest < kGreatest - needed;
+  const std::int64_t first = after ? *greatest + 1 : kPositionSpacing;
+  for (std::size_t i = 0; i < count; ++i) {
+    placement.positions.push_back(first + static_cast<std::int64_t>(i) * kPositionSpacing);
+  }
+  placement.clearOfOldPositions = after || !greatest;
+  return placement;
+}
+
+}  // namespace
+
+SetPlacement PlaceSets(const std::vector<std::optional<std::int64_t>>& stored) {
+  std::optional<std::int64_t> greatest;
+  for (const auto& position : stored) {
+    if (position && (!greatest || *position > *greatest)) greatest = position;
+  }
+  const std::vector<bool> stays = LongestIncreasingRun(stored);
+  SetPlacement placement;
+  placement.positions.resize(stored.size());
+  std::int64_t below = -1;  // positions stay at 0 or above
+  for (std::size_t start = 0; start < stored.size();) {
+    std::size_t end = start;
+    while (end < stored.size() && !stays[end]) ++end;
+    const std::size_t count = end - start;
+    if (end < stored.size()) {
+      const std::int64_t above = *stored[end];
+      // below >= -1 and above > below: the room fits in 64 bits unsigned
+      if (above <= below ||
+          static_cast<std::uint64_t>(above) - static_cast<std::uint64_t>(below) <= count) {
+        return PlaceAllAnew(stored.size(), greatest);
+      }
+      const std::uint64_t room =
+          static_cast<std::uint64_t>(above) - static_cast<std::uint64_t>(below);
+      const std::uint64_t step = room / (count + 1);
+      const std::uint64_t rest = room % (count + 1);
+      for (std::size_t k = 0; k < count; ++k) {
+        const std::uint64_t offset = step * (k + 1) + rest * (k + 1) / (count + 1);
+        placement.positions[start + k] =
+            static_cast<std::int64_t>(static_cast<std::uint64_t>(below) + offset);
+      }
+      placement.positions[end] = above;
+      below = above;
+      start = end + 1;
+    } else {
+      if (below > kGreatest - static_cast<std::int64_t>(count + 1) * kPositionSpacing) {
+        return PlaceAllAnew(stored.size(), greatest);
+      }
+      for (std::size_t k = 0; k < count; ++k) {
+        placement.positions[start + k] =
+            below + static_cast<std::int64_t>(k + 1) * kPositionSpacing;
+      }
+      start = end;
+    }
+  }
+  return placement;
+}
+
+}  // namespace hostlib::data
