@@ -52,24 +52,32 @@ IndexedSetList::IndexedSetList(SetList sets) : sets_(std::move(sets)) {
   upperNames_.reserve(sets_.size());
   for (const VariableSet& set : sets_) upperNames_.push_back(set.GetName(kUpperCase));
   deleted_.assign(sets_.size(), false);
-  Reindex();
-}
-
-void IndexedSetList::Reindex() {
-  positions_.clear();
-  positions_.reserve(sets_.size());
-  for (std::size_t i = 0; i < sets_.size(); ++i) positions_[upperNames_[i]].push_back(i);
   live_ = sets_.size();
 }
 
+// Built when first needed and after the list moved: a command that only
+// displays never needs it.
+void IndexedSetList::EnsureIndexed() {
+  if (indexed_) return;
+  positions_.clear();
+  positions_.reserve(sets_.size());
+  for (std::size_t i = 0; i < sets_.size(); ++i) {
+    if (deleted_[i]) continue;
+    const auto [entry, added] = positions_.try_emplace(upperNames_[i], NamePositions{i, {}});
+    if (!added) entry->second.more.push_back(i);
+  }
+  indexed_ = true;
+}
+
 void IndexedSetList::Store(VariableSet set) {
+  EnsureIndexed();
   std::string upperName = set.GetName(kUpperCase);
-  auto& positions = positions_[upperName];
-  if (!positions.empty()) {
-    sets_[positions.front()] = std::move(set);
+  const auto found = positions_.find(upperName);
+  if (found != positions_.end()) {
+    sets_[found->second.first] = std::move(set);
     return;
   }
-  positions.push_back(sets_.size());
+  positions_.emplace(upperName, NamePositions{sets_.size(), {}});
   sets_.push_back(std::move(set));
   upperNames_.push_back(std::move(upperName));
   deleted_.push_back(false);
@@ -77,13 +85,16 @@ void IndexedSetList::Store(VariableSet set) {
 }
 
 bool IndexedSetList::Delete(const std::string& name) {
+  EnsureIndexed();
   std::string upperName = name;
   VORNMBstrupr_A(upperName);
   const auto found = positions_.find(upperName);
-  if (found == positions_.end() || found->second.empty()) return false;
-  APPLY_ASSERT(found->second.size() == 1, "(end - 1) == last");
-  for (const std::size_t i : found->second) deleted_[i] = true;
-  live_ -= found->second.size();
+  if (found == positions_.end()) return false;
+  const NamePositions& positions = found->second;
+  APPLY_ASSERT(positions.more.empty(), "(end - 1) == last");
+  deleted_[positions.first] = true;
+  for (const std::size_t i : positions.more) deleted_[i] = true;
+  live_ -= 1 + positions.more.size();
   positions_.erase(found);
   return true;
 }
@@ -92,7 +103,9 @@ void IndexedSetList::Clear() {
   sets_.clear();
   upperNames_.clear();
   deleted_.clear();
-  Reindex();
+  positions_.clear();
+  live_ = 0;
+  indexed_ = true;
 }
 
 void IndexedSetList::Compact() {
@@ -109,16 +122,22 @@ void IndexedSetList::Compact() {
   sets_.erase(sets_.begin() + static_cast<std::ptrdiff_t>(kept), sets_.end());
   upperNames_.resize(kept);
   deleted_.assign(kept, false);
-  Reindex();
+  indexed_ = false;
 }
 
+// A stable sort; a list sorted before but for the sets added since sorts
+// only those and merges them in.
 void IndexedSetList::SortByName() {
   Compact();
+  const auto byName = [this](std::size_t a, std::size_t b) {
+    return upperNames_[a] < upperNames_[b];
+  };
   std::vector<std::size_t> order(sets_.size());
   for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
-  std::stable_sort(order.begin(), order.end(), [this](std::size_t a, std::size_t b) {
-    return upperNames_[a] < upperNames_[b];
-  });
+  const auto sortedEnd = std::is_sorted_until(order.begin(), order.end(), byName);
+  if (sortedEnd == order.end()) return;
+  std::stable_sort(sortedEnd, order.end(), byName);
+  std::inplace_merge(order.begin(), sortedEnd, order.end(), byName);
   SetList sorted;
   std::vector<std::string> sortedNames;
   sorted.reserve(order.size());
@@ -129,7 +148,7 @@ void IndexedSetList::SortByName() {
   }
   sets_ = std::move(sorted);
   upperNames_ = std::move(sortedNames);
-  Reindex();
+  indexed_ = false;
 }
 
 const SetList& IndexedSetList::Sets() {

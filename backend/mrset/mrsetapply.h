@@ -38,13 +38,20 @@ class IndexedSetList {
   const SetList& Sets();
 
  private:
+  // Where an upper-cased name stands: nearly always once.
+  struct NamePositions {
+    std::size_t first;
+    std::vector<std::size_t> more;  // ascending
+  };
+
   void Compact();
-  void Reindex();
+  void EnsureIndexed();
 
   SetList sets_;
   std::vector<std::string> upperNames_;  // of sets_, position for position
   std::vector<bool> deleted_;
-  std::unordered_map<std::string, std::vector<std::size_t>> positions_;  // ascending
+  std::unordered_map<std::string, NamePositions> positions_;  // of the live sets
+  bool indexed_ = false;
   std::size_t live_ = 0;
 };
 
