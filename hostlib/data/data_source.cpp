@@ -221,7 +221,15 @@ void CheckSetsType(VarSetsType type) {
 
 std::vector<VariableSet> VariableSets(const VORN_DataSource& dataSource, VarSetsType type) {
   CheckSetsType(type);
-  return hostlib::data::DatasetOf(dataSource).MultipleResponseSets();
+  const std::vector<VariableSet>& stored =
+      hostlib::data::DatasetOf(dataSource).MultipleResponseSets();
+  // Room for the sets a command adds, so that adding one to a long list
+  // does not move the whole list.
+  constexpr std::size_t kRoomForNewSets = 64;
+  std::vector<VariableSet> sets;
+  sets.reserve(stored.size() + kRoomForNewSets);
+  sets.assign(stored.begin(), stored.end());
+  return sets;
 }
 
 void SaveVariableSets(const std::vector<VariableSet>& sets, VORN_DataSource& dataSource,
