@@ -7,7 +7,10 @@ For each size it makes a codebook (make_dictionary.py: VARIABLES fields and a
 tenth as many sets) and its database (mrset-convert), then times, in turn
 and on fresh copies, medians of N runs:
   codebook  mrset -d FILE.json defining $new over q1 TO q100 and showing it
-  database  the same command on FILE.db
+  database  the same command on FILE.db (whose sets the command's DISPLAY
+            puts in name order, so every set row moves)
+  db-sorted the same on a database whose sets are in name order already
+            (each later command on a file: only the new set is written)
   python    load_append_dump.py FILE.json $new q1 q100 (what a user would write)
   copy      a synced copy of the codebook (cp, sync, rename): the floor for an
             all-or-nothing save of the whole file
@@ -75,12 +78,21 @@ def measure(size, runs, build, work):
     def fresh_db():
         shutil.copyfile(database, target_db)
 
+    sorted_db = os.path.join(work, f"dict{size}-sorted.db")
+    shutil.copyfile(database, sorted_db)
+    subprocess.run([os.path.join(build, "bin", "mrset"), "-d", sorted_db, "-e",
+                    "MRSET /DISPLAY NAME=[$set0]."], check=True, stdout=subprocess.DEVNULL)
+
+    def fresh_sorted_db():
+        shutil.copyfile(sorted_db, target_db)
+
     mrset = os.path.join(build, "bin", "mrset")
     copy_cmd = f'cp "{base}" "{target}.tmp" && sync "{target}.tmp" && mv "{target}.tmp" "{target}"'
     return {
         "megabytes": os.path.getsize(base) / 1e6,
         "codebook": median_of(runs, fresh, [mrset, "-d", target, "-e", DEFINE]),
         "database": median_of(runs, fresh_db, [mrset, "-d", target_db, "-e", DEFINE]),
+        "db-sorted": median_of(runs, fresh_sorted_db, [mrset, "-d", target_db, "-e", DEFINE]),
         "python": median_of(runs, fresh, [sys.executable, helper("load_append_dump.py"), target,
                                           "$new", "q1", "q100"]),
         "copy": median_of(runs, fresh, ["sh", "-c", copy_cmd]),
@@ -127,7 +139,7 @@ def main():
     finally:
         shutil.rmtree(work, ignore_errors=True)
 
-    kinds = ["codebook", "database", "python", "copy"]
+    kinds = ["codebook", "database", "db-sorted", "python", "copy"]
     print("Wall seconds (processor seconds, peak MB); medians. On a busy machine the")
     print("wall time grows with the load; the processor time does not.\n")
     print("| variables | file MB | " + " | ".join(kinds) + " | codebook/python | codebook/copy |")
