@@ -10,6 +10,19 @@ namespace hostlib::data {
 
 std::string FoldName(std::string_view name) { return strings::FoldCase(name); }
 
+namespace {
+
+void CheckKind(const VariableSet& set) {
+  if (set.IsStoredUnchanged()) return;  // its store vouches for its kind
+  const auto type = set.GetType();
+  if (type != VariableSet::kMultipleCategorySet && type != VariableSet::kMultipleDichotomySet) {
+    throw std::invalid_argument("set " + set.GetName(kAsStored) +
+                                " is not a multiple response set");
+  }
+}
+
+}  // namespace
+
 Dataset::Dataset(std::vector<VORN_Variable> variables, std::vector<VariableSet> sets) {
   variables_.reserve(variables.size());
   for (auto& variable : variables) {
@@ -31,6 +44,12 @@ Dataset::Dataset(std::shared_ptr<const DictionarySource> dictionary, std::vector
     : dictionary_(std::move(dictionary)) {
   ReplaceMultipleResponseSets(std::move(sets));
   setsRevision_ = 0;
+}
+
+Dataset::Dataset(std::shared_ptr<const DictionarySource> dictionary, SharedSetList sets)
+    : dictionary_(std::move(dictionary)) {
+  for (const auto& set : *sets) CheckKind(set);
+  sets_ = std::move(sets);
 }
 
 unsigned int Dataset::ColumnCount() const {
@@ -83,15 +102,8 @@ void Dataset::AddVariable(VORN_Variable variable) {
 }
 
 void Dataset::ReplaceMultipleResponseSets(std::vector<VariableSet> sets) {
-  for (const auto& set : sets) {
-    if (set.IsStoredUnchanged()) continue;  // its store vouches for its kind
-    const auto type = set.GetType();
-    if (type != VariableSet::kMultipleCategorySet && type != VariableSet::kMultipleDichotomySet) {
-      throw std::invalid_argument("set " + set.GetName(kAsStored) +
-                                  " is not a multiple response set");
-    }
-  }
-  sets_ = std::move(sets);
+  for (const auto& set : sets) CheckKind(set);
+  sets_ = std::make_shared<const std::vector<VariableSet>>(std::move(sets));
   ++setsRevision_;
 }
 

@@ -33,6 +33,9 @@ class DatasetError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// A list of sets that never changes, shared by whoever holds it.
+using SharedSetList = std::shared_ptr<const std::vector<VariableSet>>;
+
 class Dataset {
  public:
   Dataset() = default;
@@ -41,6 +44,8 @@ class Dataset {
   // A dictionary read on demand from `dictionary`.
   explicit Dataset(std::shared_ptr<const DictionarySource> dictionary,
                    std::vector<VariableSet> sets = {});
+  // The same, the sets shared with whoever holds `sets` (a store).
+  Dataset(std::shared_ptr<const DictionarySource> dictionary, SharedSetList sets);
 
   unsigned int ColumnCount() const;
   int FindVarIndex(std::string_view name) const;  // -1 when none
@@ -51,7 +56,9 @@ class Dataset {
   const std::vector<VORN_Variable>& Variables() const;
   void AddVariable(VORN_Variable variable);  // throws DatasetError on a repeated name
 
-  const std::vector<VariableSet>& MultipleResponseSets() const { return sets_; }
+  const std::vector<VariableSet>& MultipleResponseSets() const { return *sets_; }
+  // The list as it is now; a replacement is a new list.
+  const SharedSetList& SharedMultipleResponseSets() const { return sets_; }
   // Only kinds 1 and 2 belong here; throws std::invalid_argument for a set of
   // another kind and then leaves the list as it was.
   void ReplaceMultipleResponseSets(std::vector<VariableSet> sets);
@@ -68,7 +75,7 @@ class Dataset {
   // In memory: the dictionary; with a source: all of it once Variables() ran.
   mutable std::vector<VORN_Variable> variables_;
   std::unordered_map<std::string, int> indexByFoldedName_;
-  std::vector<VariableSet> sets_;
+  SharedSetList sets_ = std::make_shared<const std::vector<VariableSet>>();
   std::uint64_t setsRevision_ = 0;
 };
 

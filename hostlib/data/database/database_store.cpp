@@ -104,7 +104,7 @@ Dataset SqliteStore::ReadWholeDataset(SqliteConnection& db, std::vector<FieldRec
   records = ReadFieldRecords(db);
   StoredSets stored = ReadWholeStoredSets(db);
   ReadRevision(db);
-  Dataset dataset(VariablesOf(records), stored.sets);
+  Dataset dataset(VariablesOf(records), *stored.sets);
   stored_ = std::move(stored);
   loaded_ = true;
   return dataset;
@@ -119,7 +119,8 @@ void SqliteStore::ReadRevision(SqliteConnection& db) {
 }
 
 bool SqliteStore::WouldChange(const Dataset& dataset) const {
-  return !loaded_ || dataset.MultipleResponseSets() != stored_.sets;
+  return !loaded_ || (dataset.SharedMultipleResponseSets() != stored_.sets &&
+                      dataset.MultipleResponseSets() != *stored_.sets);
 }
 
 std::optional<Dataset> SqliteStore::BeginCommand(std::chrono::milliseconds timeout) {
@@ -158,7 +159,7 @@ void SqliteStore::Save(const Dataset& dataset) {
   const bool ownUnit = !inCommand_;
   if (ownUnit) BeginCommand(busyTimeout_);
   try {
-    WriteSets(db, dataset.MultipleResponseSets());
+    WriteSets(db, dataset.SharedMultipleResponseSets());
   } catch (...) {
     AbortCommand();
     throw;
@@ -168,18 +169,19 @@ void SqliteStore::Save(const Dataset& dataset) {
 
 // Rewrites only the sets that differ from the stored ones, and renumbers
 // the rest: a command that adds one set to thousands writes one set.
-void SqliteStore::WriteSets(SqliteConnection& db, const std::vector<VariableSet>& sets) {
+void SqliteStore::WriteSets(SqliteConnection& db, const SharedSetList& list) {
+  const std::vector<VariableSet>& sets = *list;
   const std::string doing = "not saved";
   std::unordered_map<std::string, std::size_t> storedByName;
-  for (std::size_t i = 0; i < stored_.sets.size(); ++i) {
+  for (std::size_t i = 0; i < stored_.sets->size(); ++i) {
     storedByName.emplace(stored_.foldedNames[i], i);
   }
   std::vector<std::optional<std::size_t>> kept(sets.size());
-  std::vector<bool> used(stored_.sets.size(), false);
+  std::vector<bool> used(stored_.sets->size(), false);
   for (std::size_t i = 0; i < sets.size(); ++i) {
     const auto found = storedByName.find(FoldName(sets[i].GetName(kAsStored)));
     if (found != storedByName.end() && !used[found->second] &&
-        stored_.sets[found->second] == sets[i]) {
+        (*stored_.sets)[found->second] == sets[i]) {
       kept[i] = found->second;
       used[found->second] = true;
     }
@@ -190,7 +192,7 @@ void SqliteStore::WriteSets(SqliteConnection& db, const std::vector<VariableSet>
     if (!kept[i]) sets[i].GetType();
   }
   Statement remove(db, "DELETE FROM sets WHERE id = ?", doing);
-  for (std::size_t i = 0; i < stored_.sets.size(); ++i) {
+  for (std::size_t i = 0; i < stored_.sets->size(); ++i) {
     if (!used[i]) remove.BindInt(1, stored_.ids[i]).Run();
   }
   std::vector<std::optional<std::int64_t>> storedPositions(sets.size());
@@ -207,7 +209,7 @@ void SqliteStore::WriteSets(SqliteConnection& db, const std::vector<VariableSet>
   MoveSets(db, moves, !placement.clearOfOldPositions);
   SetWriter writer(db);
   StoredSets written;
-  written.sets = sets;
+  written.sets = list;
   written.positions = placement.positions;
   for (std::size_t i = 0; i < sets.size(); ++i) {
     written.ids.push_back(kept[i] ? stored_.ids[*kept[i]]

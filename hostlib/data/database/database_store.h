@@ -53,7 +53,7 @@ class SqliteStore final : public DatasetStore {
   Dataset ReadDataset(SqliteConnection& db);
   Dataset ReadWholeDataset(SqliteConnection& db, std::vector<FieldRecord>& records);
   void ReadRevision(SqliteConnection& db);
-  void WriteSets(SqliteConnection& db, const std::vector<VariableSet>& sets);
+  void WriteSets(SqliteConnection& db, const SharedSetList& list);
   static void MoveSets(SqliteConnection& db,
                        const std::vector<std::pair<std::int64_t, std::int64_t>>& moves,
                        bool throughNegative);

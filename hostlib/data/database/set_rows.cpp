@@ -52,10 +52,11 @@ void AddMember(const SqliteConnection& db, std::string member, VariableSet& set)
 }
 
 // Reads the set rows in order, `columns` after the id, position, name and
-// folded name, checking the name; `each` sees every row.
+// folded name, checking the name; `each` makes the set of every row.
 template <typename EachRow>
 StoredSets ReadSetRows(const SqliteConnection& db, const std::string& columns, EachRow each) {
   StoredSets stored;
+  std::vector<VariableSet> list;
   Statement sets(
       db, "SELECT id, position, name, folded_name" + columns + " FROM sets ORDER BY position",
       kReading);
@@ -71,8 +72,9 @@ StoredSets ReadSetRows(const SqliteConnection& db, const std::string& columns, E
     stored.ids.push_back(sets.Int(0));
     stored.positions.push_back(sets.Int(1));
     stored.foldedNames.push_back(std::move(folded));
-    each(sets, std::move(name), stored);
+    list.push_back(each(sets, std::move(name), list.size()));
   }
+  stored.sets = std::make_shared<const std::vector<VariableSet>>(std::move(list));
   return stored;
 }
 
@@ -81,8 +83,10 @@ StoredSets ReadSetRows(const SqliteConnection& db, const std::string& columns, E
 // whose row is gone or renamed is refused rather than read wrongly.
 class StoredSetSource final : public VariableSetSource {
  public:
-  StoredSetSource(std::shared_ptr<const SqliteConnection> db, std::vector<std::int64_t> ids)
-      : db_(std::move(db)), ids_(std::move(ids)) {}
+  explicit StoredSetSource(std::shared_ptr<const SqliteConnection> db) : db_(std::move(db)) {}
+
+  // The rows of the sets, once they are all known (before any is loaded).
+  void SetIds(std::vector<std::int64_t> ids) { ids_ = std::move(ids); }
 
   VariableSet Load(std::size_t index, const std::string& name) const override {
     if (!readSet_) {
@@ -117,25 +121,24 @@ class StoredSetSource final : public VariableSetSource {
 }  // namespace
 
 StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db) {
-  std::vector<std::string> names;
-  StoredSets stored = ReadSetRows(*db, "", [&](const Statement&, std::string name, StoredSets&) {
-    names.push_back(std::move(name));
-  });
-  const auto source = std::make_shared<const StoredSetSource>(db, stored.ids);
-  stored.sets.reserve(names.size());
-  for (std::size_t i = 0; i < names.size(); ++i)
-    stored.sets.emplace_back(std::move(names[i]), source, i);
+  const auto source = std::make_shared<StoredSetSource>(db);
+  StoredSets stored =
+      ReadSetRows(*db, "", [&](const Statement&, std::string name, std::size_t index) {
+        return VariableSet(std::move(name), source, index);
+      });
+  source->SetIds(stored.ids);
   return stored;
 }
 
 StoredSets ReadWholeStoredSets(const SqliteConnection& db) {
   std::unordered_map<std::int64_t, std::size_t> indexById;
   StoredSets stored = ReadSetRows(db, std::string(", ") + kSetColumns,
-                                  [&](const Statement& row, std::string, StoredSets& sets) {
-                                    indexById.emplace(row.Int(0), sets.sets.size());
-                                    sets.sets.push_back(SetOfRow(db, row, 4));
+                                  [&](const Statement& row, std::string, std::size_t index) {
+                                    indexById.emplace(row.Int(0), index);
+                                    return SetOfRow(db, row, 4);
                                   });
   // Every row of set_variables belongs to a set (a foreign key).
+  std::vector<VariableSet> sets = *stored.sets;
   Statement setVariables(db, "SELECT set_id, name FROM set_variables ORDER BY set_id, position",
                          kReading);
   while (setVariables.Step()) {
@@ -143,8 +146,9 @@ StoredSets ReadWholeStoredSets(const SqliteConnection& db) {
     if (found == indexById.end()) {
       Corrupt(db, "a row refers to a variable or set that is not there");
     }
-    AddMember(db, setVariables.Text(1), stored.sets[found->second]);
+    AddMember(db, setVariables.Text(1), sets[found->second]);
   }
+  stored.sets = std::make_shared<const std::vector<VariableSet>>(std::move(sets));
   return stored;
 }
 

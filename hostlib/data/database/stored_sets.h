@@ -6,11 +6,12 @@
 #include <vector>
 
 #include "host/data_source.h"
+#include "hostlib/data/dataset.h"
 
 namespace hostlib::data {
 
 struct StoredSets {
-  std::vector<VariableSet> sets;
+  SharedSetList sets = std::make_shared<const std::vector<VariableSet>>();
   std::vector<std::int64_t> ids;
   std::vector<std::int64_t> positions;
   std::vector<std::string> foldedNames;
