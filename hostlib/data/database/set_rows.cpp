@@ -2,6 +2,8 @@
 
 #include "hostlib/data/database/dictionary_rows.h"
 
+#include <algorithm>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -51,15 +53,31 @@ void AddMember(const SqliteConnection& db, std::string member, VariableSet& set)
   set.AddVariableName(member);
 }
 
-// Reads the set rows in order, `columns` after the id, position, name and
-// folded name, checking the name; `each` makes the set of every row.
-template <typename EachRow>
-StoredSets ReadSetRows(const SqliteConnection& db, const std::string& columns, EachRow each) {
-  StoredSets stored;
-  std::vector<VariableSet> list;
-  Statement sets(
-      db, "SELECT id, position, name, folded_name" + columns + " FROM sets ORDER BY position",
-      kReading);
+// The set rows in order of position, their names checked.
+struct SetRows {
+  StoredSets stored;               // ids, positions and folded names; no sets
+  std::vector<std::string> names;  // the sets' names
+  std::vector<VariableSet> whole;  // when asked: each set, without its variables
+};
+
+// The table is read in its own order, which is the file's, and sorted
+// after: following the index on position would seek for every row.
+SetRows ReadSetRows(const SqliteConnection& db, bool whole) {
+  SetRows read;
+  Statement count(db, "SELECT count(*) FROM sets", kReading);
+  count.Step();
+  const auto rows = static_cast<std::size_t>(std::max<std::int64_t>(count.Int(0), 0));
+  std::vector<std::int64_t> ids, positions;
+  std::vector<std::string> names, foldedNames;
+  ids.reserve(rows);
+  positions.reserve(rows);
+  names.reserve(rows);
+  foldedNames.reserve(rows);
+  Statement sets(db,
+                 std::string("SELECT id, position, name, folded_name") +
+                     (whole ? std::string(", ") + kSetColumns : std::string()) + " FROM sets",
+                 kReading);
+  std::vector<VariableSet> wholeSets;
   while (sets.Step()) {
     std::string name = sets.Text(2);
     if (name.find('\0') != std::string::npos) {
@@ -69,13 +87,29 @@ StoredSets ReadSetRows(const SqliteConnection& db, const std::string& columns, E
     if (folded != FoldName(name)) {
       Corrupt(db, "set \"" + name + "\": folded_name does not match the name");
     }
-    stored.ids.push_back(sets.Int(0));
-    stored.positions.push_back(sets.Int(1));
-    stored.foldedNames.push_back(std::move(folded));
-    list.push_back(each(sets, std::move(name), list.size()));
+    ids.push_back(sets.Int(0));
+    positions.push_back(sets.Int(1));
+    names.push_back(std::move(name));
+    foldedNames.push_back(std::move(folded));
+    if (whole) wholeSets.push_back(SetOfRow(db, sets, 4));
   }
-  stored.sets = std::make_shared<const std::vector<VariableSet>>(std::move(list));
-  return stored;
+  // Positions are unique (an index), so the order is the stored one.
+  std::vector<std::size_t> order(ids.size());
+  for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::sort(order.begin(), order.end(),
+            [&](std::size_t a, std::size_t b) { return positions[a] < positions[b]; });
+  read.stored.ids.reserve(order.size());
+  read.stored.positions.reserve(order.size());
+  read.stored.foldedNames.reserve(order.size());
+  read.names.reserve(order.size());
+  for (const std::size_t i : order) {
+    read.stored.ids.push_back(ids[i]);
+    read.stored.positions.push_back(positions[i]);
+    read.stored.foldedNames.push_back(std::move(foldedNames[i]));
+    read.names.push_back(std::move(names[i]));
+    if (whole) read.whole.push_back(std::move(wholeSets[i]));
+  }
+  return read;
 }
 
 // The sets of one state of a database, each read by its row when first
@@ -121,24 +155,23 @@ class StoredSetSource final : public VariableSetSource {
 }  // namespace
 
 StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db) {
+  SetRows read = ReadSetRows(*db, false);
   const auto source = std::make_shared<StoredSetSource>(db);
-  StoredSets stored =
-      ReadSetRows(*db, "", [&](const Statement&, std::string name, std::size_t index) {
-        return VariableSet(std::move(name), source, index);
-      });
-  source->SetIds(stored.ids);
-  return stored;
+  source->SetIds(read.stored.ids);
+  std::vector<VariableSet> sets;
+  sets.reserve(read.names.size());
+  for (std::size_t i = 0; i < read.names.size(); ++i) {
+    sets.emplace_back(std::move(read.names[i]), source, i);
+  }
+  read.stored.sets = std::make_shared<const std::vector<VariableSet>>(std::move(sets));
+  return std::move(read.stored);
 }
 
 StoredSets ReadWholeStoredSets(const SqliteConnection& db) {
+  SetRows read = ReadSetRows(db, true);
   std::unordered_map<std::int64_t, std::size_t> indexById;
-  StoredSets stored = ReadSetRows(db, std::string(", ") + kSetColumns,
-                                  [&](const Statement& row, std::string, std::size_t index) {
-                                    indexById.emplace(row.Int(0), index);
-                                    return SetOfRow(db, row, 4);
-                                  });
+  for (std::size_t i = 0; i < read.stored.ids.size(); ++i) indexById.emplace(read.stored.ids[i], i);
   // Every row of set_variables belongs to a set (a foreign key).
-  std::vector<VariableSet> sets = *stored.sets;
   Statement setVariables(db, "SELECT set_id, name FROM set_variables ORDER BY set_id, position",
                          kReading);
   while (setVariables.Step()) {
@@ -146,10 +179,10 @@ StoredSets ReadWholeStoredSets(const SqliteConnection& db) {
     if (found == indexById.end()) {
       Corrupt(db, "a row refers to a variable or set that is not there");
     }
-    AddMember(db, setVariables.Text(1), sets[found->second]);
+    AddMember(db, setVariables.Text(1), read.whole[found->second]);
   }
-  stored.sets = std::make_shared<const std::vector<VariableSet>>(std::move(sets));
-  return stored;
+  read.stored.sets = std::make_shared<const std::vector<VariableSet>>(std::move(read.whole));
+  return std::move(read.stored);
 }
 
 SetWriter::SetWriter(const SqliteConnection& db)
