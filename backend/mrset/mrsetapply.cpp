@@ -55,8 +55,31 @@ IndexedSetList::IndexedSetList(SetList sets) : sets_(std::move(sets)) {
   live_ = sets_.size();
 }
 
-// Built when first needed and after the list moved: a command that only
-// displays never needs it.
+// Where the live sets of that upper-cased name stand, if any. The first few
+// look-ups of a command scan the names (a command that adds or deletes a
+// set or two to a long list need not index it); later ones use an index,
+// built then and kept until the list moves.
+std::optional<IndexedSetList::NamePositions> IndexedSetList::Find(const std::string& upperName) {
+  constexpr int kScannedLookups = 16;
+  if (!indexed_ && scannedLookups_ < kScannedLookups) {
+    ++scannedLookups_;
+    std::optional<NamePositions> found;
+    for (std::size_t i = 0; i < sets_.size(); ++i) {
+      if (deleted_[i] || upperNames_[i] != upperName) continue;
+      if (found) {
+        found->more.push_back(i);
+      } else {
+        found = NamePositions{i, {}};
+      }
+    }
+    return found;
+  }
+  EnsureIndexed();
+  const auto found = positions_.find(upperName);
+  if (found == positions_.end()) return std::nullopt;
+  return found->second;
+}
+
 void IndexedSetList::EnsureIndexed() {
   if (indexed_) return;
   positions_.clear();
@@ -70,14 +93,12 @@ void IndexedSetList::EnsureIndexed() {
 }
 
 void IndexedSetList::Store(VariableSet set) {
-  EnsureIndexed();
   std::string upperName = set.GetName(kUpperCase);
-  const auto found = positions_.find(upperName);
-  if (found != positions_.end()) {
-    sets_[found->second.first] = std::move(set);
+  if (const auto found = Find(upperName)) {
+    sets_[found->first] = std::move(set);
     return;
   }
-  positions_.emplace(upperName, NamePositions{sets_.size(), {}});
+  if (indexed_) positions_.emplace(upperName, NamePositions{sets_.size(), {}});
   sets_.push_back(std::move(set));
   upperNames_.push_back(std::move(upperName));
   deleted_.push_back(false);
@@ -85,17 +106,15 @@ void IndexedSetList::Store(VariableSet set) {
 }
 
 bool IndexedSetList::Delete(const std::string& name) {
-  EnsureIndexed();
   std::string upperName = name;
   VORNMBstrupr_A(upperName);
-  const auto found = positions_.find(upperName);
-  if (found == positions_.end()) return false;
-  const NamePositions& positions = found->second;
-  APPLY_ASSERT(positions.more.empty(), "(end - 1) == last");
-  deleted_[positions.first] = true;
-  for (const std::size_t i : positions.more) deleted_[i] = true;
-  live_ -= 1 + positions.more.size();
-  positions_.erase(found);
+  const auto found = Find(upperName);
+  if (!found) return false;
+  APPLY_ASSERT(found->more.empty(), "(end - 1) == last");
+  deleted_[found->first] = true;
+  for (const std::size_t i : found->more) deleted_[i] = true;
+  live_ -= 1 + found->more.size();
+  if (indexed_) positions_.erase(upperName);
   return true;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -45,6 +46,7 @@ class IndexedSetList {
   };
 
   void Compact();
+  std::optional<NamePositions> Find(const std::string& upperName);
   void EnsureIndexed();
 
   SetList sets_;
@@ -52,6 +54,7 @@ class IndexedSetList {
   std::vector<bool> deleted_;
   std::unordered_map<std::string, NamePositions> positions_;  // of the live sets
   bool indexed_ = false;
+  int scannedLookups_ = 0;
   std::size_t live_ = 0;
 };
 
