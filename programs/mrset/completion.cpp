@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "host/data_source.h"
+#include "hostlib/data/dataset.h"
 #include "hostlib/session/session.h"
 #include "hostlib/strings/unicode.h"
 #include "programs/mrset/dot_commands.h"
@@ -83,10 +84,17 @@ std::vector<std::string> CompletionCandidates(std::string_view before, std::stri
     }
   } else {
     AddMatching(kKeywords, word, candidates);
-    if (dataset != nullptr) {
-      for (const VORN_Variable& variable : dataset->Variables()) {
-        if (StartsWithFolded(variable.GetName(), word)) candidates.emplace_back(variable.GetName());
+    // The dictionary is read on demand: a fault of the file meets the
+    // command that reads it, not the Tab key.
+    try {
+      if (dataset != nullptr) {
+        for (const VORN_Variable& variable : dataset->Variables()) {
+          if (StartsWithFolded(variable.GetName(), word)) {
+            candidates.emplace_back(variable.GetName());
+          }
+        }
       }
+    } catch (const hostlib::data::DatasetError&) {
     }
   }
   std::sort(candidates.begin(), candidates.end());

@@ -144,7 +144,12 @@ void Shell::ShowVariables(std::string_view pattern) {
     errors_ << "mrset: no dataset is open (.open PATH opens one)\n";
     return;
   }
-  terminal_ << ListVariables(*dataset, pattern);
+  // Read on demand, a variable or set may meet a fault of the file here.
+  try {
+    terminal_ << ListVariables(*dataset, pattern);
+  } catch (const hostlib::data::DatasetError& error) {
+    errors_ << "mrset: " << error.what() << '\n';
+  }
 }
 
 void Shell::ShowSets() {
@@ -153,7 +158,12 @@ void Shell::ShowSets() {
     errors_ << "mrset: no dataset is open (.open PATH opens one)\n";
     return;
   }
-  terminal_ << ListSets(*dataset);
+  // Read on demand, a variable or set may meet a fault of the file here.
+  try {
+    terminal_ << ListSets(*dataset);
+  } catch (const hostlib::data::DatasetError& error) {
+    errors_ << "mrset: " << error.what() << '\n';
+  }
 }
 
 void Shell::ReadFile(const std::string& path) {

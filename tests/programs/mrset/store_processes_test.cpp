@@ -247,6 +247,32 @@ TEST_P(StoreProcesses, DamagedFilesAreRefusedAndLeftAlone) {
   }
 }
 
+// The prompt's listings read the dictionary on demand: a fault met there is
+// a message, and the prompt goes on.
+TEST_P(StoreProcesses, ListingsThatMeetAFaultOfTheFileSayItAndGoOn) {
+  if (GetParam() != "json") GTEST_SKIP() << "a codebook holds the bad field";
+  WriteFile(dataset_, R"({"fields": [{"name": "a1"}, {"name": "a2", "type": 5}]})");
+  WriteFile(dir_ / "listings.in", ".vars\n.sets\n.quit\n");
+  const pid_t run = ::fork();
+  if (run == 0) {
+    const int in = ::open((dir_ / "listings.in").c_str(), O_RDONLY);
+    const int out = ::open((dir_ / "listings.out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    ::dup2(in, STDIN_FILENO);
+    ::dup2(out, STDOUT_FILENO);
+    ::dup2(out, STDERR_FILENO);
+    ::execl(MRSET_PROGRAM, MRSET_PROGRAM, "--interactive", "-d", dataset_.c_str(),
+            static_cast<char*>(nullptr));
+    ::_exit(127);
+  }
+  EXPECT_EQ(Wait(run), 0) << ReadFile(dir_ / "listings.out");
+  EXPECT_NE(ReadFile(dir_ / "listings.out")
+                .find("mrset: " + dataset_.string() + ": /fields/1/type: must be a string"),
+            std::string::npos)
+      << ReadFile(dir_ / "listings.out");
+  EXPECT_NE(ReadFile(dir_ / "listings.out").find("The dataset has no multiple response sets."),
+            std::string::npos);
+}
+
 INSTANTIATE_TEST_SUITE_P(Stores, StoreProcesses, ::testing::Values("json", "db"),
                          [](const auto& info) {
                            return info.param == "json" ? std::string("codebook")
