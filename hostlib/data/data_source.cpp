@@ -166,6 +166,7 @@ void VariableSet::AddVariableName(const std::string& name) {
 bool operator==(const VariableSet& a, const VariableSet& b) {
   if (a.name_ != b.name_) return false;
   if (a.source_ && a.source_ == b.source_ && a.index_ == b.index_) return true;
+  if (a.contents_ && a.contents_ == b.contents_) return true;  // copies, unchanged
   return a.Read() == b.Read();
 }
 
