@@ -68,6 +68,16 @@ ssize_t Env::Write(int fd, const fs::path& path, const void* data, std::size_t s
   return Guarded(*this, FileOperation::kWrite, path, [&] { return ::write(fd, data, size); });
 }
 
+ssize_t Env::ReadAt(int fd, const fs::path& path, void* buffer, std::size_t size, off_t offset) {
+  return Guarded(*this, FileOperation::kRead, path,
+                 [&] { return ::pread(fd, buffer, size, offset); });
+}
+
+ssize_t Env::CopyRange(int from, off_t* offset, int to, const fs::path& toPath, std::size_t size) {
+  return Guarded(*this, FileOperation::kWrite, toPath,
+                 [&] { return ::copy_file_range(from, offset, to, nullptr, size, 0); });
+}
+
 int Env::Sync(int fd, const fs::path& path) {
   return Guarded(*this, FileOperation::kSync, path, [&] { return ::fsync(fd); });
 }

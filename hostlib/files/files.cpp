@@ -69,6 +69,13 @@ bool IdentifyFile(const fs::path& path, FileIdentity& identity) {
   return true;
 }
 
+bool IdentifyFile(int fd, FileIdentity& identity) {
+  struct stat info {};
+  if (::fstat(fd, &info) != 0) return false;
+  identity = IdentityOf(info);
+  return true;
+}
+
 namespace {
 
 class SaveFailure {
@@ -194,6 +201,45 @@ void AtomicFileWriter::Discard() noexcept {
 
 void AtomicFileWriter::Append(std::string_view data) {
   WriteAll(env_, file_.Get(), temporary_, data, SaveFailure(path_), "cannot write " + temporary_);
+}
+
+namespace {
+
+// copy_file_range cannot copy between these files (another file system, a
+// kernel or file system without it): the bytes are read and written instead.
+bool CopyUnsupported(int error) {
+  return error == EXDEV || error == ENOSYS || error == EINVAL || error == EOPNOTSUPP;
+}
+
+}  // namespace
+
+void AtomicFileWriter::AppendCopy(int source, const fs::path& sourcePath, off_t offset,
+                                  std::size_t size) {
+  const SaveFailure fail(path_);
+  const std::string writing = "cannot write " + temporary_;
+  const auto shorter = [&] {
+    fail("cannot copy from " + sourcePath.string() + ": the file is shorter than when read",
+         ENODATA);
+  };
+  while (size > 0) {
+    const ssize_t count = env_.CopyRange(source, &offset, file_.Get(), temporary_, size);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0 && CopyUnsupported(errno)) break;
+    if (count < 0) fail(writing, errno);
+    if (count == 0) shorter();
+    size -= static_cast<std::size_t>(count);
+  }
+  std::string buffer(std::min<std::size_t>(size, std::size_t{1} << 20), '\0');
+  while (size > 0) {
+    const ssize_t count =
+        env_.ReadAt(source, sourcePath, buffer.data(), std::min(size, buffer.size()), offset);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) fail("cannot read " + sourcePath.string(), errno);
+    if (count == 0) shorter();
+    Append(std::string_view(buffer.data(), static_cast<std::size_t>(count)));
+    offset += count;
+    size -= static_cast<std::size_t>(count);
+  }
 }
 
 void AtomicFileWriter::Commit() {

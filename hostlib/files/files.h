@@ -72,6 +72,8 @@ std::string ReadWholeFile(const std::filesystem::path& path, FileIdentity* ident
 
 // The identity of the file at `path` now; false when it cannot be had.
 bool IdentifyFile(const std::filesystem::path& path, FileIdentity& identity);
+// The same of an open file.
+bool IdentifyFile(int fd, FileIdentity& identity);
 
 // A file written in pieces and put in place whole: the pieces go to a
 // temporary file beside `path` (beside the file a symbolic link points at);
@@ -86,6 +88,11 @@ class AtomicFileWriter {
   ~AtomicFileWriter();
 
   void Append(std::string_view data);
+  // Appends `size` bytes of the open file `source` from `offset` on, copied
+  // by the kernel where the file system can (copy_file_range), else read and
+  // written. A source shorter than that fails the write.
+  void AppendCopy(int source, const std::filesystem::path& sourcePath, off_t offset,
+                  std::size_t size);
   void Commit();
 
  private:

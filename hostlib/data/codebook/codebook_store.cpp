@@ -18,15 +18,18 @@ CodebookFile::~CodebookFile() = default;
 
 Dataset CodebookFile::Load() {
   files::FileIdentity identity;
-  std::shared_ptr<const std::string> text = ReadPaddedFile(path_, identity, env_);
+  files::FileDescriptor source;
+  std::shared_ptr<const std::string> text = ReadPaddedFile(path_, identity, env_, &source);
   CodebookText read = ReadCodebookText(text, path_.string());
   loaded_ = true;
   text_ = std::move(text);
+  source_ = std::move(source);
   setsPlace_ = read.place;
   setsText_ = setsPlace_.present ? std::string(setsPlace_.value.Of(*text_)) : std::string();
   storedSets_ = std::move(read.sets);
   topLevel_ = std::move(read.topLevel);
   identity_ = identity;
+  sourceIdentity_ = identity;
   return std::move(read.dataset);
 }
 
@@ -96,9 +99,15 @@ void CodebookFile::Save(const Dataset& dataset) {
   const std::size_t cutEnd = setsPlace_.present ? setsPlace_.value.end : setsPlace_.insertAt;
   try {
     files::AtomicFileWriter writer(path_, env_);
-    writer.Append(text.substr(0, cutBegin));
+    writer.AppendCopy(source_.Get(), path_, 0, cutBegin);
     writer.Append(setsText);
-    writer.Append(text.substr(cutEnd));
+    writer.AppendCopy(source_.Get(), path_, static_cast<off_t>(cutEnd), text.size() - cutEnd);
+    // Someone who does not take the lock may have written into the file
+    // read: its bytes then are no longer those the sets were spliced into.
+    files::FileIdentity now;
+    if (!files::IdentifyFile(source_.Get(), now) || !(now == sourceIdentity_)) {
+      throw DatasetError(path_.string() + ": not saved: the file changed while it was saved");
+    }
     writer.Commit();
   } catch (const files::FileError& error) {
     throw DatasetError(error.what());

@@ -3,7 +3,7 @@
 // Load reads the file once and keeps its text: the dictionary is read from
 // it on demand (fast_reader.h). Save writes the text with only the value of
 // "multipleResponseSets" replaced (splice_writer.h), so every other byte is
-// written back as it was read.
+// written back as it was read: copied from the file read, which stays open.
 //
 // A command holds an flock on "<file>.lock" beside the file (beside the file
 // a symbolic link points at); the file is read anew when its inode, size or
@@ -50,6 +50,10 @@ class CodebookFile final : public DatasetStore {
   // file holds it with the bytes at the set list's place replaced by
   // setsText_.
   std::shared_ptr<const std::string> text_;
+  // The file text_ was read from, open still after a save replaced it: a
+  // save copies the bytes it keeps from there (in the kernel, where it can).
+  files::FileDescriptor source_;
+  files::FileIdentity sourceIdentity_;
   SetsPlace setsPlace_;
   std::string setsText_;
   std::vector<json_spans::Member> topLevel_;  // in text_

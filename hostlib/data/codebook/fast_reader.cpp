@@ -695,7 +695,8 @@ void AdviseHugePages(char* data, std::size_t size) {
 // The whole file in one read, with the spare bytes the fast parser reads
 // past the end.
 std::shared_ptr<std::string> ReadPaddedFile(const std::filesystem::path& path,
-                                            files::FileIdentity& identity, files::Env& env) {
+                                            files::FileIdentity& identity, files::Env& env,
+                                            files::FileDescriptor* source) {
   const auto fail = [&path](int error) {
     throw DatasetError(path.string() + ": cannot be read: " + std::strerror(error));
   };
@@ -726,7 +727,10 @@ std::shared_ptr<std::string> ReadPaddedFile(const std::filesystem::path& path,
     }
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) fail(errno);
-    if (count == 0) return text;
+    if (count == 0) {
+      if (source != nullptr) *source = std::move(fd);
+      return text;
+    }
   }
 }
 

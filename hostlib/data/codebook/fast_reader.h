@@ -44,10 +44,11 @@ struct CodebookText {
 inline constexpr std::size_t kReadPadding = 64;
 
 // The whole file in one read, with kReadPadding spare bytes; `identity`
-// receives the identity of the very file read. Throws DatasetError ("`path`:
-// cannot be read: ...").
+// receives the identity of the very file read, and `source`, when given, its
+// open descriptor. Throws DatasetError ("`path`: cannot be read: ...").
 std::shared_ptr<std::string> ReadPaddedFile(const std::filesystem::path& path,
-                                            files::FileIdentity& identity, files::Env& env);
+                                            files::FileIdentity& identity, files::Env& env,
+                                            files::FileDescriptor* source = nullptr);
 
 // A text without kReadPadding bytes of spare capacity is copied. Throws DatasetError
 // naming the file, the place and the fault.
