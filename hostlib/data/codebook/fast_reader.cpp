@@ -480,6 +480,37 @@ class CodebookDictionary final : public DictionarySource {
 
 namespace ondemand = simdjson::ondemand;
 
+// A large text is touched page by page as it is read; in pages of 2 MB that
+// costs a fraction of the faults (where the system grants them).
+void AdviseHugePages(char* data, std::size_t size) {
+  constexpr std::uintptr_t kHugePage = std::uintptr_t{2} << 20;
+  const auto start = reinterpret_cast<std::uintptr_t>(data);
+  const std::uintptr_t begin = (start + kHugePage - 1) & ~(kHugePage - 1);
+  const std::uintptr_t end = (start + size) & ~(kHugePage - 1);
+  if (end > begin) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+}
+
+// The parser's index of the text's structure grows with the text and is
+// written once, page by page. simdjson keeps it private; it is reached
+// through the parser's implementation (an explicit instantiation may name a
+// private member) to ask for huge pages, which cost a fraction of the faults.
+using ParserImplementation = std::unique_ptr<simdjson::internal::dom_parser_implementation>;
+ParserImplementation& ImplementationOf(ondemand::parser& parser);
+
+template <ParserImplementation ondemand::parser::*kMember>
+struct ImplementationAccess {
+  friend ParserImplementation& ImplementationOf(ondemand::parser& parser) {
+    return parser.*kMember;
+  }
+};
+template struct ImplementationAccess<&ondemand::parser::implementation>;
+
+void AdviseHugeIndex(simdjson::internal::dom_parser_implementation& implementation) {
+  constexpr std::size_t kSpareEntries = 64 + 2 + 7;  // as simdjson sizes it
+  AdviseHugePages(reinterpret_cast<char*>(implementation.structural_indexes.get()),
+                  (implementation.capacity() + kSpareEntries) * sizeof(std::uint32_t));
+}
+
 struct Scan {
   std::vector<FieldEntry> fields;
   std::deque<std::string> escapedNames;
@@ -515,6 +546,7 @@ class Scanner {
   // name is faulty.
   bool Run(Scan& scan) {
     if (parser_.allocate(text_.size(), kMaxJsonNesting - 1) != simdjson::SUCCESS) return false;
+    AdviseHugeIndex(*ImplementationOf(parser_));
     if (parser_.iterate(text_.data(), text_.size(), text_.capacity()).get(doc_) !=
         simdjson::SUCCESS) {
       return false;
@@ -642,9 +674,12 @@ bool ReadSetList(const std::string& text, spans::Span list, const DocumentReader
                  std::vector<VariableSet>& sets) {
   simdjson::dom::parser parser;
   Element element;
-  if (parser.allocate(list.end - list.begin, kMaxJsonNesting - 2) != simdjson::SUCCESS ||
-      parser.parse(text.data() + list.begin, list.end - list.begin, false).get(element) !=
-          simdjson::SUCCESS) {
+  if (parser.allocate(list.end - list.begin, kMaxJsonNesting - 2) != simdjson::SUCCESS) {
+    return false;
+  }
+  AdviseHugeIndex(*parser.implementation);
+  if (parser.parse(text.data() + list.begin, list.end - list.begin, false).get(element) !=
+      simdjson::SUCCESS) {
     return false;
   }
   sets = reader.ReadSetList(element);
@@ -677,20 +712,6 @@ CodebookText ReadWhole(const std::shared_ptr<const std::string>& text, const std
 }  // namespace
 
 static_assert(kReadPadding >= simdjson::SIMDJSON_PADDING);
-
-namespace {
-
-// A large text is touched page by page as it is read; in pages of 2 MB that
-// costs a fraction of the faults (where the system grants them).
-void AdviseHugePages(char* data, std::size_t size) {
-  constexpr std::uintptr_t kHugePage = std::uintptr_t{2} << 20;
-  const auto start = reinterpret_cast<std::uintptr_t>(data);
-  const std::uintptr_t begin = (start + kHugePage - 1) & ~(kHugePage - 1);
-  const std::uintptr_t end = (start + size) & ~(kHugePage - 1);
-  if (end > begin) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-}
-
-}  // namespace
 
 // The whole file in one read, with the spare bytes the fast parser reads
 // past the end.
