@@ -257,6 +257,10 @@ class DocumentReader {
     if (sets->type() != Type::ARRAY) Fail(place, "must be an array");
     std::vector<VariableSet> result;
     std::unordered_map<std::string, std::size_t> indexByFoldedName;
+    // The count is exact below 2^24 entries, where simdjson keeps it.
+    const std::size_t count = simdjson::dom::array(*sets).size();
+    result.reserve(count);
+    indexByFoldedName.reserve(count);
     std::size_t i = 0;
     for (const Element entry : simdjson::dom::array(*sets)) {
       const Place setPlace = place.Child(i);
@@ -573,6 +577,7 @@ class Scanner {
         scan.fieldsAnArray = type == ondemand::json_type::array;
         scan.fields.clear();
         scan.escapedNames.clear();
+        ReserveFields(value, scan.fields);
       }
       if (isFields && scan.fieldsAnArray) {
         if (!ScanFields(value, scan)) return false;
@@ -606,6 +611,15 @@ class Scanner {
       --end;
     }
     return end;
+  }
+
+  // Room for as many fields as the list's bytes can hold, so that the list
+  // never moves as it grows; only the pages it fills are touched.
+  void ReserveFields(ondemand::value& value, std::vector<FieldEntry>& fields) const {
+    constexpr std::size_t kLeastFieldBytes = 12;  // {"name":"x"},
+    const std::size_t begin = OffsetOf(value.raw_json_token().data());
+    fields.reserve((text_.size() - begin) / kLeastFieldBytes + 1);
+    AdviseHugePages(reinterpret_cast<char*>(fields.data()), fields.capacity() * sizeof(FieldEntry));
   }
 
   bool ScanFields(ondemand::value& value, Scan& scan) {
