@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -97,6 +98,72 @@ TEST_P(SaveFaults, LeaveTheDatasetAsItWas) {
 
 INSTANTIATE_TEST_SUITE_P(Steps, SaveFaults, ::testing::ValuesIn(kFaults),
                          [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace hostlib::data
+
+namespace hostlib::data {
+namespace {
+
+// A codebook save copies the bytes it keeps from the file read; where the
+// kernel cannot copy between the files, it reads and writes them instead.
+class CodebookCopy : public ::testing::TestWithParam<int> {};
+
+Dataset WithNewSet(Dataset dataset) {
+  VariableSet added("$new", VariableSet::kMultipleCategorySet);
+  added.AddVariableName("a2");
+  dataset.ReplaceMultipleResponseSets({dataset.MultipleResponseSets()[0], added});
+  return dataset;
+}
+
+std::string SavedWithNewSet(const fs::path& path, files::Env& env) {
+  const auto store = OpenDatasetStore(path, env);
+  store->BeginCommand(std::chrono::milliseconds(0));
+  store->Save(WithNewSet(store->Load()));
+  store->EndCommand();
+  return testsupport::ReadFile(path);
+}
+
+TEST_P(CodebookCopy, FallsBackToReadingAndWriting) {
+  const testsupport::TemporaryFolder folder("codebook-copy");
+  testsupport::WriteFile(folder / "plain.json", kCodebook);
+  testsupport::WriteFile(folder / "data.json", kCodebook);
+  testsupport::FaultEnv plain;
+  const std::string expected = SavedWithNewSet(folder / "plain.json", plain);
+
+  testsupport::FaultEnv env;
+  env.Fail(FileOperation::kWrite, GetParam());
+  EXPECT_EQ(SavedWithNewSet(folder / "data.json", env), expected);
+  EXPECT_TRUE(env.Fired());
+}
+
+INSTANTIATE_TEST_SUITE_P(Errors, CodebookCopy,
+                         ::testing::Values(EXDEV, ENOSYS, EINVAL, EOPNOTSUPP));
+
+// Someone who ignores the lock rewrites the file in place between the read
+// and the save: the save is refused rather than mixing their bytes with
+// the sets, and what they wrote stays.
+TEST(CodebookCopyFromChangedFile, IsRefused) {
+  const std::string edits[] = {R"({"fields": []})", std::string(kCodebook) + "\n\n"};
+  for (const std::string& edit : edits) {
+    const testsupport::TemporaryFolder folder("codebook-changed");
+    const fs::path path = folder / "data.json";
+    testsupport::WriteFile(path, kCodebook);
+    const auto store = OpenDatasetStore(path);
+    store->BeginCommand(std::chrono::milliseconds(0));
+    const Dataset dataset = WithNewSet(store->Load());
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << edit;  // the same inode
+    try {
+      store->Save(dataset);
+      ADD_FAILURE() << "saved over a file changed in place";
+    } catch (const DatasetError& error) {
+      EXPECT_EQ(std::string(error.what()).rfind(path.string() + ": not saved: ", 0), 0u)
+          << error.what();
+    }
+    store->AbortCommand();
+    EXPECT_EQ(testsupport::ReadFile(path), edit);
+  }
+}
 
 }  // namespace
 }  // namespace hostlib::data
