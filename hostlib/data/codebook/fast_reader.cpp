@@ -449,6 +449,21 @@ class CodebookDictionary final : public DictionarySource {
     return static_cast<std::uint32_t>(std::hash<std::string_view>{}(folded));
   }
 
+  static constexpr std::size_t kShortName = 64;
+
+  // The name folded: a short ASCII name (the usual one) in `buffer`, as
+  // FoldName folds it, without allocating; any other in `other`.
+  static std::string_view Folded(std::string_view name, std::array<char, kShortName>& buffer,
+                                 std::string& other) {
+    const bool ascii = std::all_of(name.begin(), name.end(),
+                                   [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    if (!ascii || name.size() > buffer.size()) return other = FoldName(name);
+    std::transform(name.begin(), name.end(), buffer.begin(), [](char c) {
+      return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    });
+    return {buffer.data(), name.size()};
+  }
+
   // Refuses two names that fold alike, as the first field read in full would.
   void BuildIndex() {
     std::size_t size = 16;
@@ -457,7 +472,9 @@ class CodebookDictionary final : public DictionarySource {
     mask_ = size - 1;
     hashes_.reserve(entries_.size());
     for (std::size_t i = 0; i < entries_.size(); ++i) {
-      const std::string folded = FoldName(entries_[i].name);
+      std::array<char, kShortName> buffer{};
+      std::string long_;
+      const std::string_view folded = Folded(entries_[i].name, buffer, long_);
       hashes_.push_back(HashOf(folded));
       if (const int first = FindFolded(folded); first >= 0) {
         const auto firstIndex = static_cast<std::size_t>(first);
