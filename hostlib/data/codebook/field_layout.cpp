@@ -128,9 +128,13 @@ Json JoinDocument(const std::optional<std::string>& layout, Json fields, Json se
 }
 
 std::string SplitDocument(const Json& descriptor) {
-  Json top = descriptor;
-  top[kCodebookFieldsKey] = nullptr;
-  if (top.contains(kCodebookSetsKey)) top[kCodebookSetsKey] = nullptr;
+  // Member by member: a copy of the whole descriptor would copy every field.
+  Json top = Json::object();
+  for (const auto& [key, value] : descriptor.items()) {
+    const bool split = key == kCodebookFieldsKey || key == kCodebookSetsKey;
+    top[key] = split ? Json(nullptr) : value;
+  }
+  if (!descriptor.contains(kCodebookFieldsKey)) top[kCodebookFieldsKey] = nullptr;
   return top.dump();
 }
 
