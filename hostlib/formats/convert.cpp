@@ -1,6 +1,10 @@
 #include "hostlib/formats/convert.h"
 
+#include <algorithm>
+#include <fstream>
 #include <memory>
+#include <string>
+#include <string_view>
 
 #include "hostlib/data/codebook/imported_contents.h"
 #include "hostlib/data/database/database_store.h"
@@ -103,13 +107,31 @@ std::string_view Trimmed(std::string_view text) {
 
 Input ReadStore(const fs::path& in) { return {data::OpenDatasetStore(in)->Export(), {}, {}}; }
 
+// The first bytes of a file; fewer or none when they cannot be read (the
+// whole read then says why).
+std::string ReadHead(const fs::path& path) {
+  constexpr std::size_t kHeadBytes = 4096;
+  std::ifstream in(path, std::ios::binary);
+  std::string head(kHeadBytes, '\0');
+  in.read(head.data(), static_cast<std::streamsize>(head.size()));
+  head.resize(static_cast<std::size_t>(std::max<std::streamsize>(in.gcount(), 0)));
+  return head;
+}
+
+// A database or a codebook, which its store reads itself.
+bool IsStore(std::string_view text) {
+  const std::string_view start = Trimmed(text);
+  return data::SqliteStore::HasHeader(text) || (!start.empty() && start.front() == '{');
+}
+
 Input ReadInput(const fs::path& in, const fs::path& out, OutputFormat format,
                 const ConvertOptions& options) {
   if (data::OpenDataPackageStore(in)) return ReadStore(in);
+  // The head tells most files apart without holding the whole file twice.
+  if (IsStore(ReadHead(in))) return ReadStore(in);
   const std::string text = ReadText(in);
-  if (data::SqliteStore::HasHeader(text)) return ReadStore(in);
+  if (IsStore(text)) return ReadStore(in);
   const std::string_view start = Trimmed(text);
-  if (!start.empty() && start.front() == '{') return ReadStore(in);
   if (!start.empty() && start.front() == '<') {
     pugi::xml_document document;
     std::string utf8 = text;  // the readers below convert the file's own text again
