@@ -760,30 +760,22 @@ std::shared_ptr<std::string> ReadPaddedFile(const std::filesystem::path& path,
   auto text = std::make_shared<std::string>();
   text->reserve(static_cast<std::size_t>(info.st_size) + kReadPadding);
   AdviseHugePages(text->data(), text->capacity());
+  // In pieces through a small buffer, so that the text's pages are written
+  // once, by the copy (sizing the text first would write them twice).
+  std::vector<char> piece(std::size_t{1} << 18);
   for (;;) {
-    const std::size_t size = text->size();
-    const std::size_t room = text->capacity() - std::min(text->capacity(), size + kReadPadding);
-    ssize_t count = 0;
-    if (room > 0) {
-      text->resize(size + room);
-      count = env.Read(fd.Get(), path, text->data() + size, room);
-      text->resize(size + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    } else {
-      // Full as the size foretold: more only when the file grew meanwhile.
-      std::array<char, 4096> more{};
-      count = env.Read(fd.Get(), path, more.data(), more.size());
-      if (count > 0) {
-        text->reserve(2 * size + kReadPadding);
-        text->append(more.data(), static_cast<std::size_t>(count));
-      }
-    }
+    const ssize_t count = env.Read(fd.Get(), path, piece.data(), piece.size());
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) fail(errno);
-    if (count == 0) {
-      if (source != nullptr) *source = std::move(fd);
-      return text;
+    if (count == 0) break;
+    const auto length = static_cast<std::size_t>(count);
+    if (text->capacity() < text->size() + length + kReadPadding) {
+      text->reserve(2 * (text->size() + length) + kReadPadding);  // the file grew meanwhile
     }
+    text->append(piece.data(), length);
   }
+  if (source != nullptr) *source = std::move(fd);
+  return text;
 }
 
 std::optional<std::map<std::string, std::string>> ReadTopLevelMembers(
