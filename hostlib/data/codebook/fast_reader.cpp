@@ -635,7 +635,11 @@ class Scanner {
   void ReserveFields(ondemand::value& value, std::vector<FieldEntry>& fields) const {
     constexpr std::size_t kLeastFieldBytes = 12;  // {"name":"x"},
     const std::size_t begin = OffsetOf(value.raw_json_token().data());
-    fields.reserve((text_.size() - begin) / kLeastFieldBytes + 1);
+    try {
+      fields.reserve((text_.size() - begin) / kLeastFieldBytes + 1);
+    } catch (const std::bad_alloc&) {
+      return;  // a system that grants no such room: the list grows as it goes
+    }
     AdviseHugePages(reinterpret_cast<char*>(fields.data()), fields.capacity() * sizeof(FieldEntry));
   }
 
