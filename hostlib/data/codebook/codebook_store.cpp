@@ -89,7 +89,9 @@ void CodebookFile::Save(const Dataset& dataset) {
   const std::vector<VariableSet>& sets = dataset.MultipleResponseSets();
   std::string setsText = setsText_;
   if (setsPlace_.present || !sets.empty()) {
-    setsText = RenderSetList(sets, setsPlace_.indent, path_);
+    // A command changes a few sets: the old list's size with some room is
+    // what the new one needs.
+    setsText = RenderSetList(sets, setsPlace_.indent, path_, setsText_.size() + 4096);
     if (!setsPlace_.present) {
       setsText = ",\n" + setsPlace_.indent + "\"" + kCodebookSetsKey + "\": " + setsText;
     }

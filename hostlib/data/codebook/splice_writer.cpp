@@ -109,9 +109,10 @@ class ListWriter {
 }  // namespace
 
 std::string RenderSetList(const std::vector<VariableSet>& sets, std::string_view indent,
-                          const std::filesystem::path& path) {
+                          const std::filesystem::path& path, std::size_t sizeHint) {
   if (sets.empty()) return "[]";
   ListWriter writer(indent, path);
+  writer.Out().reserve(sizeHint);
   writer.Out() += "[\n";
   for (std::size_t i = 0; i < sets.size(); ++i) {
     writer.Set(sets[i]);

@@ -17,10 +17,11 @@
 
 namespace hostlib::data {
 
-// The list as it is written under a key indented by `indent`. Throws
+// The list as it is written under a key indented by `indent`; `sizeHint`
+// (the size of the list it replaces, say) is room made at once. Throws
 // DatasetError ("`path`: not saved: ...") for text that cannot be JSON.
 std::string RenderSetList(const std::vector<VariableSet>& sets, std::string_view indent,
-                          const std::filesystem::path& path);
+                          const std::filesystem::path& path, std::size_t sizeHint = 0);
 
 // Puts the list into `text` at `place`, which then spans the new list. A
 // file without the key gains it only when there are sets to put in it.
