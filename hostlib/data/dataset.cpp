@@ -41,10 +41,8 @@ std::vector<VORN_Variable> DictionarySource::ReadAll() const {
 }
 
 Dataset::Dataset(std::shared_ptr<const DictionarySource> dictionary, std::vector<VariableSet> sets)
-    : dictionary_(std::move(dictionary)) {
-  ReplaceMultipleResponseSets(std::move(sets));
-  setsRevision_ = 0;
-}
+    : Dataset(std::move(dictionary),
+              std::make_shared<const std::vector<VariableSet>>(std::move(sets))) {}
 
 Dataset::Dataset(std::shared_ptr<const DictionarySource> dictionary, SharedSetList sets)
     : dictionary_(std::move(dictionary)) {

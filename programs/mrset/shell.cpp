@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <sstream>
 #include <stdexcept>
@@ -117,9 +118,9 @@ void Shell::RunDotCommand(const DotCommand& command, bool inReadFile) {
   if (name == "help") {
     terminal_ << DotHelp();
   } else if (name == "vars") {
-    ShowVariables(command.argument);
+    ShowListing([&](const auto& dataset) { return ListVariables(dataset, command.argument); });
   } else if (name == "sets") {
-    ShowSets();
+    ShowListing([](const auto& dataset) { return ListSets(dataset); });
   } else if (name == "read" && inReadFile) {
     errors_ << "mrset: .read cannot be used in a file that .read runs\n";
   } else if (name == "read") {
@@ -138,7 +139,7 @@ void Shell::RunDotCommand(const DotCommand& command, bool inReadFile) {
   terminal_.flush();
 }
 
-void Shell::ShowVariables(std::string_view pattern) {
+void Shell::ShowListing(const std::function<std::string(const hostlib::data::Dataset&)>& listing) {
   const auto dataset = Session::Instance().ActiveDataset();
   if (!dataset) {
     errors_ << "mrset: no dataset is open (.open PATH opens one)\n";
@@ -146,21 +147,7 @@ void Shell::ShowVariables(std::string_view pattern) {
   }
   // Read on demand, a variable or set may meet a fault of the file here.
   try {
-    terminal_ << ListVariables(*dataset, pattern);
-  } catch (const hostlib::data::DatasetError& error) {
-    errors_ << "mrset: " << error.what() << '\n';
-  }
-}
-
-void Shell::ShowSets() {
-  const auto dataset = Session::Instance().ActiveDataset();
-  if (!dataset) {
-    errors_ << "mrset: no dataset is open (.open PATH opens one)\n";
-    return;
-  }
-  // Read on demand, a variable or set may meet a fault of the file here.
-  try {
-    terminal_ << ListSets(*dataset);
+    terminal_ << listing(*dataset);
   } catch (const hostlib::data::DatasetError& error) {
     errors_ << "mrset: " << error.what() << '\n';
   }

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <iosfwd>
 #include <memory>
 #include <sstream>
@@ -85,8 +86,9 @@ class Shell {
                   const std::string& source, bool inReadFile);
   void RunDotCommand(const DotCommand& command, bool inReadFile);
   void ReadFile(const std::string& path);
-  void ShowVariables(std::string_view pattern);
-  void ShowSets();
+  // A listing of the open dataset to the terminal; a fault of the file met
+  // while reading it, to `errors`.
+  void ShowListing(const std::function<std::string(const hostlib::data::Dataset&)>& listing);
   void ChangeMode(std::string_view name);
   void ChangeOutput(const std::string& target);
   void Open(const std::string& path);
