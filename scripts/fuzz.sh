@@ -4,6 +4,8 @@
 # fixtures. Fails when a target finds a crash, a leak, a hang or a sanitizer
 # report; what it found is kept in build-fuzz/findings/.
 #   scripts/fuzz.sh [SECONDS_PER_TARGET] [TARGET...]
+# MRSET_FUZZ_SEED fixes the fuzzers' seed, so that a run meets the same
+# inputs each time (CI's); without it every run explores anew.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -49,13 +51,15 @@ with_name 0 "$seeds/database_fuzzer/1.db" "$seeds/formats_fuzzer/database"
 
 export ASAN_OPTIONS=detect_leaks=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+seed=()
+[ -z "${MRSET_FUZZ_SEED:-}" ] || seed=(-seed="$MRSET_FUZZ_SEED")
 status=0
 for target in "${targets[@]}"; do
   corpus=$dir/corpus/$target
   findings=$dir/findings/$target
   mkdir -p "$corpus" "$findings"
   echo "== $target for ${seconds}s"
-  if ! "$dir/bin/$target" "$corpus" "$seeds/$target" -max_total_time="$seconds" -timeout=20 \
+  if ! "$dir/bin/$target" "$corpus" "$seeds/$target" "${seed[@]}" -max_total_time="$seconds" -timeout=20 \
     -rss_limit_mb=2048 -max_len=65536 -print_final_stats=1 -artifact_prefix="$findings/" \
     >"$dir/$target.log" 2>&1; then
     echo "$target FAILED; its log: $dir/$target.log; the input: $(ls "$findings")"

@@ -192,6 +192,7 @@ SetWriter::SetWriter(const SqliteConnection& db)
           "INSERT INTO sets (position, name, folded_name, type, label, counted_value, "
           "category_labels, label_from_variables, extras) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)",
           "not saved"),
+      dropStrayVariables_(db, "DELETE FROM set_variables WHERE set_id = ?", "not saved"),
       insertVariable_(db, "INSERT INTO set_variables (set_id, position, name) VALUES (?, ?, ?)",
                       "not saved") {}
 
@@ -211,6 +212,9 @@ std::int64_t SetWriter::Insert(const VariableSet& set, std::int64_t position) {
       9, set.StoreExtras().empty() ? std::nullopt : std::optional(set.StoreExtras()));
   insertSet_.Run();
   const std::int64_t id = sqlite3_last_insert_rowid(db_.Get());
+  // Another program may have left member rows without their set; a new set
+  // that gets that set's id must not take them for its own.
+  dropStrayVariables_.BindInt(1, id).Run();
   std::int64_t index = 0;
   for (const std::string& variable : set.GetVariableNames(kAsStored)) {
     insertVariable_.BindInt(1, id).BindInt(2, index++).BindText(3, variable).Run();

@@ -30,6 +30,7 @@ class SetWriter {
  private:
   const SqliteConnection& db_;
   Statement insertSet_;
+  Statement dropStrayVariables_;
   Statement insertVariable_;
 };
 

@@ -381,6 +381,24 @@ TEST_F(StoreTest, DatabaseLayoutWithoutTheFieldsStillCopiesThem) {
   EXPECT_EQ(contents.descriptor->json.at("fields").size(), contents.dataset.ColumnCount());
 }
 
+// Found by fuzzing: member rows another program left without their set were
+// taken by the next new set that got that set's id.
+TEST_F(StoreTest, NewSetDoesNotTakeMemberRowsLeftWithoutTheirSet) {
+  const fs::path path = MakeDataset("stray.db");
+  Tamper(path,
+         "INSERT INTO set_variables (set_id, position, name) "
+         "SELECT max(id) + 1, 7, 'ghost' FROM sets");
+  const auto store = OpenDatasetStore(path);
+  Dataset dataset = store->Load();
+  std::vector<VariableSet> sets = dataset.MultipleResponseSets();
+  sets.push_back(Category("$x"));
+  dataset.ReplaceMultipleResponseSets(sets);
+  ASSERT_FALSE(store->BeginCommand(milliseconds(0)).has_value());
+  store->Save(dataset);
+  store->EndCommand();
+  EXPECT_EQ(OpenDatasetStore(path)->Load().MultipleResponseSets(), sets);
+}
+
 TEST_F(StoreTest, RevisionWrapsAndStaysAnInteger) {
   const fs::path path = MakeDataset("full.db");
   Tamper(path, "UPDATE dataset SET revision = 9223372036854775807");
