@@ -7,8 +7,10 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "fuzz/fuzz_files.h"
@@ -35,6 +37,24 @@ std::vector<VariableSet> ChangedSets(const Dataset& dataset) {
   return sets;
 }
 
+// What a set holds, to say on standard error why a check failed.
+std::string Describe(const VariableSet& set) {
+  std::string text = set.GetName(kAsStored) + " type " + std::to_string(set.GetType()) +
+                     " label \"" + set.GetLabel() + "\" value \"" + set.GetValue() + "\" members";
+  for (const std::string& name : set.GetVariableNames(kAsStored)) text += " " + name;
+  return text;
+}
+
+[[noreturn]] void Mismatch(const std::vector<VariableSet>& saved,
+                           const std::vector<VariableSet>& reread) {
+  std::fprintf(stderr, "saved %zu sets, read back %zu\n", saved.size(), reread.size());
+  for (const auto* list : {&saved, &reread}) {
+    std::fprintf(stderr, list == &saved ? "saved:\n" : "read back:\n");
+    for (const VariableSet& set : *list) std::fprintf(stderr, "  %s\n", Describe(set).c_str());
+  }
+  std::abort();
+}
+
 void OpenChangeAndSave(const std::filesystem::path& path) {
   const auto store = hostlib::data::OpenDatasetStore(path);
   Dataset dataset = store->Load();
@@ -46,7 +66,9 @@ void OpenChangeAndSave(const std::filesystem::path& path) {
     scope.Finish();
   }
   const Dataset reread = hostlib::data::OpenDatasetStore(path)->Load();
-  if (reread.MultipleResponseSets() != dataset.MultipleResponseSets()) std::abort();
+  if (reread.MultipleResponseSets() != dataset.MultipleResponseSets()) {
+    Mismatch(dataset.MultipleResponseSets(), reread.MultipleResponseSets());
+  }
 }
 
 }  // namespace

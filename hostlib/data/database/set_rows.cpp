@@ -112,6 +112,30 @@ SetRows ReadSetRows(const SqliteConnection& db, bool whole) {
   return read;
 }
 
+}  // namespace
+
+SetRowReader::SetRowReader(const SqliteConnection& db)
+    : db_(db),
+      readSet_(db, std::string("SELECT ") + kSetColumns + " FROM sets WHERE id = ?", kReading),
+      readMembers_(db, "SELECT name FROM set_variables WHERE set_id = ? ORDER BY position",
+                   kReading) {}
+
+std::optional<VariableSet> SetRowReader::Read(std::int64_t id, const std::string& name) {
+  // Reset whatever happens: a statement left open would hold a read lock.
+  struct Resetter {
+    Statement& statement;
+    ~Resetter() { statement.Reset(); }
+  } resetSet{readSet_}, resetMembers{readMembers_};
+  readSet_.BindInt(1, id);
+  if (!readSet_.Step() || readSet_.Text(0) != name) return std::nullopt;
+  VariableSet set = SetOfRow(db_, readSet_, 0);
+  readMembers_.BindInt(1, id);
+  while (readMembers_.Step()) AddMember(db_, readMembers_.Text(0), set);
+  return set;
+}
+
+namespace {
+
 // The sets of one state of a database, each read by its row when first
 // asked for. Between commands another program may change the file: a set
 // whose row is gone or renamed is refused rather than read wrongly.
@@ -123,33 +147,19 @@ class StoredSetSource final : public VariableSetSource {
   void SetIds(std::vector<std::int64_t> ids) { ids_ = std::move(ids); }
 
   VariableSet Load(std::size_t index, const std::string& name) const override {
-    if (!readSet_) {
-      readSet_.emplace(*db_, std::string("SELECT ") + kSetColumns + " FROM sets WHERE id = ?",
-                       kReading);
-      readMembers_.emplace(
-          *db_, "SELECT name FROM set_variables WHERE set_id = ? ORDER BY position", kReading);
-    }
-    // Reset whatever happens: a statement left open would hold a read lock.
-    struct Resetter {
-      Statement& statement;
-      ~Resetter() { statement.Reset(); }
-    } resetSet{*readSet_}, resetMembers{*readMembers_};
-    readSet_->BindInt(1, ids_.at(index));
-    if (!readSet_->Step() || readSet_->Text(0) != name) {
+    if (!reader_) reader_.emplace(*db_);
+    std::optional<VariableSet> set = reader_->Read(ids_.at(index), name);
+    if (!set) {
       throw DatasetError(db_->File() + ": set " + name +
                          " was changed by another program while in use: run the command again");
     }
-    VariableSet set = SetOfRow(*db_, *readSet_, 0);
-    readMembers_->BindInt(1, ids_.at(index));
-    while (readMembers_->Step()) AddMember(*db_, readMembers_->Text(0), set);
-    return set;
+    return std::move(*set);
   }
 
  private:
   std::shared_ptr<const SqliteConnection> db_;
   std::vector<std::int64_t> ids_;
-  mutable std::optional<Statement> readSet_;
-  mutable std::optional<Statement> readMembers_;
+  mutable std::optional<SetRowReader> reader_;
 };
 
 }  // namespace
@@ -194,7 +204,8 @@ SetWriter::SetWriter(const SqliteConnection& db)
           "not saved"),
       dropStrayVariables_(db, "DELETE FROM set_variables WHERE set_id = ?", "not saved"),
       insertVariable_(db, "INSERT INTO set_variables (set_id, position, name) VALUES (?, ?, ?)",
-                      "not saved") {}
+                      "not saved"),
+      readBack_(db) {}
 
 std::int64_t SetWriter::Insert(const VariableSet& set, std::int64_t position) {
   const std::string name = set.GetName(kAsStored);
@@ -218,6 +229,13 @@ std::int64_t SetWriter::Insert(const VariableSet& set, std::int64_t position) {
   std::int64_t index = 0;
   for (const std::string& variable : set.GetVariableNames(kAsStored)) {
     insertVariable_.BindInt(1, id).BindInt(2, index++).BindText(3, variable).Run();
+  }
+  // A damaged page can take rows in without a fault and lose them: a set
+  // that does not read back as written is not saved.
+  const std::optional<VariableSet> written = readBack_.Read(id, name);
+  if (!written || !(*written == set)) {
+    Corrupt(db_,
+            "the file is damaged or truncated: set " + name + " does not read back as written");
   }
   return id;
 }

@@ -20,6 +20,18 @@ StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db);
 // The sets in order, each read whole now (for a whole-file export).
 StoredSets ReadWholeStoredSets(const SqliteConnection& db);
 
+// Reads one set's rows: nothing when the row is gone or holds another name.
+class SetRowReader {
+ public:
+  explicit SetRowReader(const SqliteConnection& db);
+  std::optional<VariableSet> Read(std::int64_t id, const std::string& name);
+
+ private:
+  const SqliteConnection& db_;
+  Statement readSet_;
+  Statement readMembers_;
+};
+
 // Stores sets as a codebook file would hold them.
 class SetWriter {
  public:
@@ -32,6 +44,7 @@ class SetWriter {
   Statement insertSet_;
   Statement dropStrayVariables_;
   Statement insertVariable_;
+  SetRowReader readBack_;
 };
 
 }  // namespace hostlib::data
