@@ -165,8 +165,11 @@ class VariableSet {
   const std::string& StoreExtras() const;
   void SetStoreExtras(std::string extras);
 
-  // Host side: whether this is a store's set, unchanged since it was read.
+  // Host side: whether this is a store's set, unchanged since it was read;
+  // then which: the set StoredIndex() of StoredSource().
   bool IsStoredUnchanged() const { return source_ != nullptr; }
+  const VariableSetSource* StoredSource() const { return source_.get(); }
+  std::size_t StoredIndex() const { return index_; }
 
   friend bool operator==(const VariableSet&, const VariableSet&);
 

@@ -7,6 +7,7 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 
@@ -167,24 +168,60 @@ void SqliteStore::Save(const Dataset& dataset) {
   if (ownUnit) EndCommand();
 }
 
+// Per set, the stored set whose row it keeps, if any. A set unchanged since
+// it was read is the stored set it was read as, known without a look at its
+// name; another keeps the row of an unmatched stored set of the same name
+// that it equals (a set made again as it was).
+std::vector<std::optional<std::size_t>> SqliteStore::MatchStoredSets(
+    const std::vector<VariableSet>& sets) const {
+  std::vector<std::optional<std::size_t>> kept(sets.size());
+  std::vector<bool> used(stored_.sets->size(), false);
+  std::vector<std::size_t> storedOfRead;
+  if (stored_.source) {
+    for (std::size_t j = 0; j < stored_.sourceIndexes.size(); ++j) {
+      const std::size_t read = stored_.sourceIndexes[j];
+      if (read == StoredSets::kNotRead) continue;
+      if (read >= storedOfRead.size()) storedOfRead.resize(read + 1, StoredSets::kNotRead);
+      storedOfRead[read] = j;
+    }
+  }
+  bool unmatched = false;
+  for (std::size_t i = 0; i < sets.size(); ++i) {
+    const std::size_t read = sets[i].StoredIndex();
+    if (stored_.source && sets[i].StoredSource() == stored_.source.get() &&
+        read < storedOfRead.size() && storedOfRead[read] != StoredSets::kNotRead &&
+        !used[storedOfRead[read]]) {
+      kept[i] = storedOfRead[read];
+      used[storedOfRead[read]] = true;
+    } else {
+      unmatched = true;
+    }
+  }
+  if (!unmatched) return kept;
+  std::unordered_map<std::string_view, std::size_t> unusedByName;
+  for (std::size_t j = 0; j < stored_.sets->size(); ++j) {
+    if (!used[j]) unusedByName.emplace(stored_.foldedNames[j], j);
+  }
+  for (std::size_t i = 0; i < sets.size(); ++i) {
+    if (kept[i] || unusedByName.empty()) continue;
+    const auto found = unusedByName.find(FoldName(sets[i].GetName(kAsStored)));
+    if (found != unusedByName.end() && (*stored_.sets)[found->second] == sets[i]) {
+      kept[i] = found->second;
+      unusedByName.erase(found);
+    }
+  }
+  return kept;
+}
+
 // Rewrites only the sets that differ from the stored ones, and renumbers
 // the rest: a command that adds one set to thousands writes one set.
 void SqliteStore::WriteSets(SqliteConnection& db, const SharedSetList& list) {
   const std::vector<VariableSet>& sets = *list;
   const std::string doing = "not saved";
-  std::unordered_map<std::string, std::size_t> storedByName;
-  for (std::size_t i = 0; i < stored_.sets->size(); ++i) {
-    storedByName.emplace(stored_.foldedNames[i], i);
-  }
-  std::vector<std::optional<std::size_t>> kept(sets.size());
+  const std::vector<std::optional<std::size_t>> kept = MatchStoredSets(sets);
   std::vector<bool> used(stored_.sets->size(), false);
-  for (std::size_t i = 0; i < sets.size(); ++i) {
-    const auto found = storedByName.find(FoldName(sets[i].GetName(kAsStored)));
-    if (found != storedByName.end() && !used[found->second] &&
-        (*stored_.sets)[found->second] == sets[i]) {
-      kept[i] = found->second;
-      used[found->second] = true;
-    }
+  for (const auto& match : kept) {
+    if (match) used[*match] = true;
   }
   // A set to be written anew may still be a stored one's copy not yet read
   // (under another name's row): read it before any row goes.
@@ -211,11 +248,14 @@ void SqliteStore::WriteSets(SqliteConnection& db, const SharedSetList& list) {
   StoredSets written;
   written.sets = list;
   written.positions = placement.positions;
+  written.source = stored_.source;
   for (std::size_t i = 0; i < sets.size(); ++i) {
     written.ids.push_back(kept[i] ? stored_.ids[*kept[i]]
                                   : writer.Insert(sets[i], placement.positions[i]));
     written.foldedNames.push_back(kept[i] ? stored_.foldedNames[*kept[i]]
                                           : FoldName(sets[i].GetName(kAsStored)));
+    written.sourceIndexes.push_back(kept[i] ? stored_.sourceIndexes[*kept[i]]
+                                            : StoredSets::kNotRead);
   }
   // The revision only tells one state from the next: at its greatest it
   // wraps to 0, and stays an integer.

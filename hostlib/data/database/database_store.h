@@ -53,6 +53,8 @@ class SqliteStore final : public DatasetStore {
   Dataset ReadDataset(SqliteConnection& db);
   Dataset ReadWholeDataset(SqliteConnection& db, std::vector<FieldRecord>& records);
   void ReadRevision(SqliteConnection& db);
+  std::vector<std::optional<std::size_t>> MatchStoredSets(
+      const std::vector<VariableSet>& sets) const;
   void WriteSets(SqliteConnection& db, const SharedSetList& list);
   static void MoveSets(SqliteConnection& db,
                        const std::vector<std::pair<std::int64_t, std::int64_t>>& moves,

@@ -174,6 +174,9 @@ StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db) {
     sets.emplace_back(std::move(read.names[i]), source, i);
   }
   read.stored.sets = std::make_shared<const std::vector<VariableSet>>(std::move(sets));
+  read.stored.source = source;
+  read.stored.sourceIndexes.resize(read.names.size());
+  for (std::size_t i = 0; i < read.names.size(); ++i) read.stored.sourceIndexes[i] = i;
   return std::move(read.stored);
 }
 

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,6 +17,11 @@ struct StoredSets {
   std::vector<std::int64_t> ids;
   std::vector<std::int64_t> positions;
   std::vector<std::string> foldedNames;
+  // Where the sets were read from, and per set its index there
+  // (kNotRead for a set this program wrote since).
+  static constexpr std::size_t kNotRead = std::numeric_limits<std::size_t>::max();
+  std::shared_ptr<const VariableSetSource> source;
+  std::vector<std::size_t> sourceIndexes;
 };
 
 }  // namespace hostlib::data
