@@ -93,6 +93,15 @@ SetRows ReadSetRows(const SqliteConnection& db, bool whole) {
     foldedNames.push_back(std::move(folded));
     if (whole) wholeSets.push_back(SetOfRow(db, sets, 4));
   }
+  if (std::is_sorted(positions.begin(), positions.end())) {
+    // Rows written in order of position, as most are: no reordering.
+    read.stored.ids = std::move(ids);
+    read.stored.positions = std::move(positions);
+    read.stored.foldedNames = std::move(foldedNames);
+    read.names = std::move(names);
+    read.whole = std::move(wholeSets);
+    return read;
+  }
   // Positions are unique (an index), so the order is the stored one.
   std::vector<std::size_t> order(ids.size());
   for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
