@@ -537,6 +537,7 @@ struct Scan {
   std::deque<std::string> escapedNames;
   bool fieldsPresent = false;
   bool fieldsAnArray = false;
+  std::size_t fieldsKeyBegin = 0;
   bool anyMember = false;
   std::size_t firstKeyBegin = 0;
   std::size_t lastValueEnd = 0;
@@ -591,6 +592,7 @@ class Scanner {
       const std::size_t valueBegin = OffsetOf(token.data());
       if (isFields) {
         scan.fieldsPresent = true;
+        scan.fieldsKeyBegin = keyBegin;
         scan.fieldsAnArray = type == ondemand::json_type::array;
         scan.fields.clear();
         scan.escapedNames.clear();
@@ -703,6 +705,51 @@ class Scanner {
   ondemand::parser parser_;
   ondemand::document doc_;
 };
+
+// The scan reads only the values it needs and skips the others by their
+// brackets; they must still be JSON within the nesting limit. Each top-level
+// value (the set list is parsed whole when it is read) and the fields in
+// slices of about a megabyte are parsed again, so that the parser's memory
+// stays small and is reused.
+bool SkippedValuesAreJson(const std::string& text, const Scan& scan) {
+  constexpr std::size_t kSlice = std::size_t{1} << 20;
+  // A top-level value, and a slice of the field list, sit two levels down.
+  simdjson::dom::parser parser;
+  if (parser.allocate(kSlice, kMaxJsonNesting - 2) != simdjson::SUCCESS) return false;
+  simdjson::dom::element element;
+  std::string slice;
+  const auto parses = [&](const char* json, std::size_t size) {
+    if (size > parser.capacity() &&
+        parser.allocate(size, kMaxJsonNesting - 2) != simdjson::SUCCESS) {
+      return false;
+    }
+    return parser.parse(json, size, false).get(element) == simdjson::SUCCESS;
+  };
+  for (const spans::Member& member : scan.topLevel) {
+    if (scan.setsPresent && member.value.begin == scan.setsValue.begin) continue;
+    if (!scan.fieldsAnArray || member.key.begin != scan.fieldsKeyBegin) {
+      if (!parses(text.data() + member.value.begin, member.value.end - member.value.begin)) {
+        return false;
+      }
+      continue;
+    }
+    for (std::size_t first = 0; first < scan.fields.size();) {
+      std::size_t last = first;
+      while (last + 1 < scan.fields.size() &&
+             scan.fields[last + 1].end - scan.fields[first].begin <= kSlice) {
+        ++last;
+      }
+      const std::string_view elements(text.data() + scan.fields[first].begin,
+                                      scan.fields[last].end - scan.fields[first].begin);
+      slice.clear();
+      slice.reserve(elements.size() + 2 + simdjson::SIMDJSON_PADDING);
+      slice.append(1, '[').append(elements).append(1, ']');
+      if (!parses(slice.data(), slice.size())) return false;
+      first = last + 1;
+    }
+  }
+  return true;
+}
 
 // The set list from its bytes; false where the fast parser refuses them.
 bool ReadSetList(const std::string& text, spans::Span list, const DocumentReader& reader,
@@ -838,7 +885,9 @@ CodebookText ReadCodebookText(std::shared_ptr<const std::string> text, const std
   }
   const DocumentReader reader(file);
   Scan scan;
-  if (!Scanner(*text, reader).Run(scan)) return ReadWhole(text, file);
+  if (!Scanner(*text, reader).Run(scan) || !SkippedValuesAreJson(*text, scan)) {
+    return ReadWhole(text, file);
+  }
   if (!scan.fieldsPresent) reader.FailAt(kCodebookFieldsKey, "is missing");
   if (!scan.fieldsAnArray) reader.FailAt(kCodebookFieldsKey, "must be an array");
   CodebookText result;

@@ -244,7 +244,8 @@ TEST_F(CodebookFileTest, RefusesBadFilesNamingPlaceAndFault) {
        R"(/multipleResponseSets/1/name: duplicate name "$A" (the same as "$a" at )"
        "/multipleResponseSets/0/name, without regard to case)"},
   };
-  // A field's faults beyond its name are met when the field is read.
+  // A field's faults beyond its name are met when the field is read; text
+  // that is not JSON, anywhere, at open.
   for (const auto& [text, fault] : cases) {
     const fs::path path = Write(text);
     CodebookFile file(path);
@@ -259,6 +260,34 @@ TEST_F(CodebookFileTest, RefusesBadFilesNamingPlaceAndFault) {
     }
     if (!opened) {
       EXPECT_TRUE(file.WouldChange(Dataset())) << "kept a refused file";
+    }
+  }
+}
+
+// Found by hand: values the open's one pass skipped (a field's other
+// members, keys nothing interprets) were never checked, so a file that was
+// not JSON was opened and written back so.
+TEST_F(CodebookFileTest, RefusesTextThatIsNotJsonWhereNothingReadsIt) {
+  const std::string deep = std::string(600, '[') + std::string(600, ']');
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {R"({"fields": [{"name": "a", "x": [1 2]}]})",
+       "line 1, column 35: not valid JSON: syntax error while parsing array - unexpected number "
+       "literal; expected ']'"},
+      {R"({"fields": [{"name": "a"}], "x": {"b" 1}})",
+       "line 1, column 39: not valid JSON: syntax error while parsing object separator - "
+       "unexpected number literal; expected ':'"},
+      {R"({"x": [tru], "fields": []})",
+       "line 1, column 11: not valid JSON: syntax error while parsing value - invalid literal"},
+      {R"({"fields": [], "x": )" + deep + "}",
+       "line 1, column 532: /x/" + Repeated("0/", 510) + "0: nested more than 512 levels deep"},
+  };
+  for (const auto& [text, fault] : cases) {
+    const fs::path path = Write(text);
+    try {
+      CodebookFile(path).Load();
+      ADD_FAILURE() << "opened: " << text;
+    } catch (const DatasetError& error) {
+      EXPECT_EQ(error.what(), path.string() + ": " + fault);
     }
   }
 }
