@@ -53,8 +53,14 @@ std::string RelativeTo(const fs::path& target, const fs::path& out) {
 
 std::optional<fs::path> FindTripleSData(const fs::path& in, const TripleSSurvey& survey) {
   std::error_code ignored;
-  if (!survey.dataHref.empty()) {
-    const fs::path named = in.parent_path() / survey.dataHref;
+  // The file names a file beside it or below; a URL, an absolute path or a
+  // way up is not followed (the same name with a data ending is looked for).
+  const fs::path href(survey.dataHref);
+  const bool beside = !survey.dataHref.empty() && href.is_relative() && !href.has_root_name() &&
+                      survey.dataHref.find("://") == std::string::npos &&
+                      std::find(href.begin(), href.end(), "..") == href.end();
+  if (beside) {
+    const fs::path named = in.parent_path() / href;
     if (fs::is_regular_file(named, ignored)) return named;
   }
   for (const char* extension : {".asc", ".dat", ".csv", ".txt"}) {

@@ -34,6 +34,10 @@ class Reader {
     result.csvData = format == "csv";
     result.skipLines = record.attribute("skip").as_uint(0);
     result.dataHref = record.attribute("href").as_string();
+    // The first of the languages the survey declares is the one shown; a
+    // file without the list shows the first text of each element.
+    const std::string languages = root.attribute("languages").as_string();
+    language_ = languages.substr(0, languages.find_first_of(" \t\r\n"));
     for (const pugi::xml_node& variable : xml::Children(record, "variable")) {
       ReadVariable(variable, result);
     }
@@ -68,13 +72,15 @@ class Reader {
   }
 
   // The codes and their labels, in the order listed.
-  std::vector<std::pair<std::string, std::string>> Values(const pugi::xml_node& variable) const {
+  // Literal codes (letters) are kept as texts, for a single variable only.
+  std::vector<std::pair<std::string, std::string>> Values(const pugi::xml_node& variable,
+                                                          bool literal = false) const {
     std::vector<std::pair<std::string, std::string>> values;
     const pugi::xml_node list = xml::Child(variable, "values");
     for (const pugi::xml_node& value : xml::Children(list, "value")) {
       const std::string code = value.attribute("code").as_string();
-      if (!Code(code)) Fail(value, "the code \"" + code + "\" is not a number");
-      values.emplace_back(code, xml::Text(value));
+      if (!literal && !Code(code)) Fail(value, "the code \"" + code + "\" is not a number");
+      values.emplace_back(code, xml::Text(value, language_));
     }
     return values;
   }
@@ -101,7 +107,7 @@ class Reader {
     std::string name = xml::Text(xml::Child(variable, "name"));
     if (name.empty()) name = "V" + ident;
     if (name == "V") Fail(variable, "a variable has neither <name> nor an ident");
-    const std::string label = xml::Text(xml::Child(variable, "label"));
+    const std::string label = xml::Text(xml::Child(variable, "label"), language_);
     const pugi::xml_node position = xml::Child(variable, "position");
     if (!position) Fail(variable, "<position> of " + name + " is missing");
     const std::size_t start = Number(position, "start");
@@ -109,7 +115,12 @@ class Reader {
     if (finish == 0) finish = start;
     if (finish < start) Fail(position, "finish comes before start");
     const std::size_t width = finish - start + 1;
-    if (type == "single" || type == "quantity" || type == "logical") {
+    if (type == "single" && IsLiteral(variable)) {
+      VORN_ValueLabels labels;
+      for (auto& [code, text] : Values(variable, true)) labels.text.emplace(code, text);
+      Add(survey, variable, VORN_Variable(name, static_cast<int>(width), label, std::move(labels)),
+          {start, width, std::nullopt});
+    } else if (type == "single" || type == "quantity" || type == "logical") {
       Add(survey, variable, VORN_Variable(name, 0, label, Labels(Values(variable))),
           {start, width, std::nullopt});
     } else if (type == "character") {
@@ -130,6 +141,40 @@ class Reader {
     }
   }
 
+  // A single variable whose codes are letters (format="literal", or codes
+  // that are no numbers) holds texts.
+  bool IsLiteral(const pugi::xml_node& variable) const {
+    if (std::string_view(variable.attribute("format").as_string()) == "literal") return true;
+    for (const pugi::xml_node& value : xml::Children(xml::Child(variable, "values"), "value")) {
+      if (!Code(value.attribute("code").as_string())) return true;
+    }
+    return false;
+  }
+
+  // Where each code's mark sits in a bitstring of `width` characters (or
+  // fields): the code's own place when the codes are whole numbers from 1
+  // to the width, as they are meant to be, so that codes listed out of order
+  // or with gaps find their marks; else the order of the list.
+  static std::vector<std::size_t> BitPlaces(
+      const std::vector<std::pair<std::string, std::string>>& values, std::size_t width) {
+    std::vector<std::size_t> places;
+    std::vector<bool> taken(width, false);
+    for (const auto& [code, label] : values) {
+      const double number = *Code(code);
+      if (number < 1 || number > static_cast<double>(width) || std::trunc(number) != number ||
+          taken[static_cast<std::size_t>(number) - 1]) {
+        places.clear();
+        break;
+      }
+      places.push_back(static_cast<std::size_t>(number) - 1);
+      taken[places.back()] = true;
+    }
+    if (places.empty()) {
+      for (std::size_t i = 0; i < values.size(); ++i) places.push_back(i);
+    }
+    return places;
+  }
+
   void ReadMultiple(const pugi::xml_node& variable, TripleSSurvey& survey, const std::string& name,
                     const std::string& label, std::size_t start, std::size_t width) {
     const auto values = Values(variable);
@@ -139,15 +184,22 @@ class Reader {
       VariableSet set("$" + name, VariableSet::kMultipleDichotomySet);
       set.SetLabel(label);
       set.SetValue("1");
+      if (width < values.size()) {
+        // CSV data may hold the whole bitstring in the one field of the position.
+        if (!survey.csvData || width != 1) {
+          Fail(variable, "the bitstring of " + name + " is narrower than its list of values");
+        }
+      }
+      // CSV: one field per code, or the bitstring in one field.
+      const bool fieldPerCode = survey.csvData && width > 1;
+      const auto places =
+          BitPlaces(values, fieldPerCode || !survey.csvData ? width : values.size());
       for (std::size_t i = 0; i < values.size(); ++i) {
         const std::string member = name + "_" + values[i].first;
-        Add(survey, variable, VORN_Variable(member, 0, values[i].second),
-            {start, survey.csvData ? 1 : width, survey.csvData ? std::optional<std::size_t>() : i});
-        if (survey.csvData) survey.columns.back().start = start + i;
+        TripleSColumn column{start, width, places[i]};
+        if (fieldPerCode) column = {start + places[i], 1, std::nullopt};
+        Add(survey, variable, VORN_Variable(member, 0, values[i].second), column);
         set.AddVariableName(member);
-      }
-      if (!survey.csvData && width < values.size()) {
-        Fail(variable, "the bitstring of " + name + " is narrower than its list of values");
       }
       sets_.push_back(std::move(set));
     } else {
@@ -180,6 +232,7 @@ class Reader {
   std::string text_;  // as UTF-8 once parsed
   std::string file_;
   std::vector<VariableSet> sets_;  // one per multiple variable, in order
+  std::string language_;           // of the texts shown; empty: the first of each
 };
 
 std::string Trim(std::string_view text) {
@@ -248,7 +301,7 @@ std::string ConvertTripleSData(const TripleSSurvey& survey, const std::string& d
     return out;
   }
   const auto lines = Lines(data);
-  for (std::size_t l = 0; l < lines.size(); ++l) {
+  for (std::size_t l = survey.skipLines; l < lines.size(); ++l) {
     if (lines[l].empty()) continue;
     std::vector<std::string> record;
     for (const TripleSColumn& column : survey.columns) {

@@ -131,8 +131,15 @@ std::vector<pugi::xml_node> Children(const pugi::xml_node& node, std::string_vie
   return found;
 }
 
-std::string Text(const pugi::xml_node& node) {
-  if (const pugi::xml_node text = Child(node, "text")) return Trimmed(text.child_value());
+std::string Text(const pugi::xml_node& node, std::string_view language) {
+  if (const pugi::xml_node first = Child(node, "text")) {
+    if (!language.empty()) {
+      for (const pugi::xml_node& text : Children(node, "text")) {
+        if (language == text.attribute("xml:lang").as_string()) return Trimmed(text.child_value());
+      }
+    }
+    return Trimmed(first.child_value());
+  }
   std::string joined;
   for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling()) {
     if (child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata)

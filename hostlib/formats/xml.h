@@ -22,8 +22,8 @@ std::string_view LocalName(const pugi::xml_node& node);
 pugi::xml_node Child(const pugi::xml_node& node, std::string_view name);
 std::vector<pugi::xml_node> Children(const pugi::xml_node& node, std::string_view name);
 // The element's own text; for an element that holds <text> children (one per
-// language) the first of them.
-std::string Text(const pugi::xml_node& node);
+// language) the one in `language` (its xml:lang), else the first of them.
+std::string Text(const pugi::xml_node& node, std::string_view language = {});
 
 // "line N" of the element within the text it was parsed from.
 std::string Place(const pugi::xml_node& node, std::string_view text);
