@@ -239,6 +239,7 @@ class Reader {
       }
       at = end + 1;
     }
+    if (members.empty()) Fail(group, "the group " + name + " lists no variables");
     const bool counted = HasNote(group, kCountedValueNote);
     const auto checked = counted ? std::nullopt : CheckedValue(members);
     const bool dichotomies = counted || checked;
