@@ -1,10 +1,12 @@
 #include "hostlib/formats/triple_s.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 
 #include "hostlib/formats/csv.h"
 #include "hostlib/formats/xml.h"
+#include "hostlib/strings/unicode.h"
 
 namespace hostlib::formats {
 namespace {
@@ -19,6 +21,7 @@ class Reader {
   Reader(const std::string& text, std::string file) : text_(text), file_(std::move(file)) {}
 
   TripleSSurvey Read() {
+    const auto encoding = xml::DeclaredSingleByte(text_);
     pugi::xml_document document;
     xml::Parse(document, text_, file_);
     const pugi::xml_node root = document.document_element();
@@ -32,6 +35,7 @@ class Reader {
     if (format != "fixed" && format != "csv")
       Fail(record, "unknown data format \"" + format + "\"");
     result.csvData = format == "csv";
+    result.dataSingleByte = static_cast<int>(encoding);
     result.skipLines = record.attribute("skip").as_uint(0);
     result.dataHref = record.attribute("href").as_string();
     // The first of the languages the survey declares is the one shown; a
@@ -276,14 +280,24 @@ bool IsTripleS(const std::string& text) {
   return xml::LocalName(document.document_element()) == "sss";
 }
 
-std::string ConvertTripleSData(const TripleSSurvey& survey, const std::string& data,
+std::string ConvertTripleSData(const TripleSSurvey& survey, const std::string& rawData,
                                const std::string& file) {
+  const auto encoding = static_cast<xml::SingleByte>(survey.dataSingleByte);
+  if (encoding == xml::SingleByte::kNone) {
+    const std::size_t valid = strings::ValidUtf8Length(rawData);
+    if (valid < rawData.size()) {
+      const auto line = 1 + std::count(rawData.begin(),
+                                       rawData.begin() + static_cast<std::ptrdiff_t>(valid), '\n');
+      throw DatasetError(file + ": line " + std::to_string(line) +
+                         ": the data are not UTF-8 (declare their encoding in the XML file)");
+    }
+  }
   std::vector<std::string> header;
   for (const auto& variable : survey.dataset.Variables()) header.push_back(variable.GetName());
   std::string out = RenderCsvRecord(header);
   std::vector<std::vector<std::string>> records;
   if (survey.csvData) {
-    CsvTable table = ParseCsv(data, file);
+    CsvTable table = ParseCsv(xml::SingleByteToUtf8(rawData, encoding), file);
     // ParseCsv takes the first line as a header; put it back when there is none.
     if (survey.skipLines == 0) table.rows.insert(table.rows.begin(), table.header);
     for (std::size_t r = survey.skipLines == 0 ? 0 : survey.skipLines - 1; r < table.rows.size();
@@ -300,7 +314,8 @@ std::string ConvertTripleSData(const TripleSSurvey& survey, const std::string& d
     }
     return out;
   }
-  const auto lines = Lines(data);
+  // Cut before converting: a fixed column counts bytes of the file as written.
+  const auto lines = Lines(rawData);
   for (std::size_t l = survey.skipLines; l < lines.size(); ++l) {
     if (lines[l].empty()) continue;
     std::vector<std::string> record;
@@ -309,7 +324,8 @@ std::string ConvertTripleSData(const TripleSSurvey& survey, const std::string& d
         record.emplace_back();  // trailing blanks may be cut off
         continue;
       }
-      record.push_back(Cell(column, lines[l].substr(column.start - 1, column.width)));
+      record.push_back(xml::SingleByteToUtf8(
+          Cell(column, lines[l].substr(column.start - 1, column.width)), encoding));
     }
     out += RenderCsvRecord(record);
   }

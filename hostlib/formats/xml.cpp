@@ -99,6 +99,19 @@ bool MakeUtf8(std::string& text, const std::string& file) {
 
 }  // namespace
 
+SingleByte DeclaredSingleByte(std::string_view text) {
+  if (text.rfind("\xFF\xFE", 0) == 0 || text.rfind("\xFE\xFF", 0) == 0) return SingleByte::kNone;
+  const std::string encoding = DeclaredEncoding(text);
+  if (IsLatin1(encoding)) return SingleByte::kLatin1;
+  if (IsWindows1252(encoding)) return SingleByte::kWindows1252;
+  return SingleByte::kNone;
+}
+
+std::string SingleByteToUtf8(std::string_view text, SingleByte encoding) {
+  if (encoding == SingleByte::kNone) return std::string(text);
+  return ToUtf8(text, encoding == SingleByte::kWindows1252);
+}
+
 void Parse(pugi::xml_document& document, std::string& text, const std::string& file) {
   const auto encoding = MakeUtf8(text, file) ? pugi::encoding_utf8 : pugi::encoding_auto;
   const pugi::xml_parse_result result =

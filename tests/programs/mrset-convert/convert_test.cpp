@@ -158,7 +158,7 @@ TEST_F(ConvertTest, TripleSFromOtherToolsGivesTheirSetsAndData) {
   // The mark of code 5 is the bitstring's fifth character, not its fourth.
   EXPECT_EQ(ReadFile(dir_ / "brand.csv"),
             "RESPID,Q1,Q2_1,Q2_2,Q2_3,Q2_5,Q3_1,Q3_2,Q3_3,Q4,Q5,WEIGHT,REGION\r\n"
-            "0001,1,1,1,0,0,01,02,10,Acme,1,1.2500,5\r\n"
+            "0001,1,1,1,0,0,01,02,10,Citro\u00ebn,1,1.2500,5\r\n"
             "0002,2,0,0,0,1,10,,,(none),0,0.8750,12\r\n"
             "0003,9,,,,,,,,Zed,1,1.0000,3\r\n");
   const Result made = Convert("devices.xml devices.json");
@@ -176,6 +176,14 @@ TEST_F(ConvertTest, TripleSFromOtherToolsGivesTheirSetsAndData) {
   WriteFile(dir_ / "away.sss", outside);
   ASSERT_EQ(Convert("away.sss away.json").exit, 0);
   EXPECT_FALSE(fs::exists(dir_ / "away.csv"));
+  // Data in another encoding than the XML declares (none: UTF-8) are refused.
+  WriteFile(dir_ / "study.asc", "1101011234Leeds 1\n2010120019Z\xFCrich0\n");
+  const Result refused = Convert("study.sss study.json");
+  EXPECT_EQ(refused.exit, 1);
+  EXPECT_NE(refused.output.find("study.asc: line 2: the data are not UTF-8"), std::string::npos)
+      << refused.output;
+  EXPECT_FALSE(fs::exists(dir_ / "study.json"));
+  EXPECT_FALSE(fs::exists(dir_ / "study.csv"));
 }
 
 TEST_F(ConvertTest, DdiFromOtherToolsGivesTheirGroupsAndSurvivesARoundTrip) {
