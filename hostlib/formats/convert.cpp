@@ -138,7 +138,8 @@ Input ReadInput(const fs::path& in, const fs::path& out, OutputFormat format,
   const std::string text = ReadText(in);
   if (IsStore(text)) return ReadStore(in);
   const std::string_view start = Trimmed(text);
-  if (!start.empty() && start.front() == '<') {
+  const bool utf16 = text.rfind("\xFF\xFE", 0) == 0 || text.rfind("\xFE\xFF", 0) == 0;
+  if (utf16 || (!start.empty() && start.front() == '<')) {
     pugi::xml_document document;
     std::string utf8 = text;  // the readers below convert the file's own text again
     xml::Parse(document, utf8, in.string());

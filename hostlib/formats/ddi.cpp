@@ -131,12 +131,14 @@ class Reader {
         continue;
       }
       const auto number = AsNumber(value);
+      const bool missing = std::string_view(category.attribute("missing").as_string()) == "Y";
+      // Statistics packages list their own missing codes (".", ".a") among the
+      // categories of a numeric variable: no value this dictionary can hold.
+      if (!number && missing) continue;
       if (!number)
         Fail(category, "the category value \"" + value + "\" of " + name + " is not a number");
       // A missing category (no answer, refused) is no answer to the question.
-      if (std::string_view(category.attribute("missing").as_string()) != "Y") {
-        categories.emplace(*number, label);
-      }
+      if (!missing) categories.emplace(*number, label);
       if (hasLabel) labels.numeric.emplace(*number, label);
     }
     if (isString) {

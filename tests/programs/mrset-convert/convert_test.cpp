@@ -362,6 +362,32 @@ TEST_F(ConvertTest, DeclaredSingleByteEncodingsBecomeUtf8) {
   }
 }
 
+// UTF-16 with a byte order mark (as some tools on one system write XML),
+// read in either byte order; a broken one refused with its line.
+TEST_F(ConvertTest, Utf16XmlIsReadAndItsLinesCounted) {
+  const std::string latin1 =
+      "<?xml version=\"1.0\" encoding=\"UTF-16\"?>\n<codeBook><dataDscr><var name=\"a\">"
+      "<labl>Caf\xE9</labl></var></dataDscr></codeBook>";
+  for (const bool bigEndian : {false, true}) {
+    std::string utf16 = bigEndian ? "\xFE\xFF" : "\xFF\xFE";
+    for (const char c : latin1) {
+      utf16 += bigEndian ? std::string(1, '\0') + c : std::string(1, c) + '\0';
+    }
+    WriteFile(dir_ / "wide.xml", utf16);
+    fs::remove(dir_ / "out.json");
+    const Result made = Convert("wide.xml out.json");
+    ASSERT_EQ(made.exit, 0) << made.output;
+    EXPECT_EQ(Json::parse(ReadFile(dir_ / "out.json"))["fields"][0]["title"], "Caf\u00e9");
+    utf16.insert(utf16.size() - 8, bigEndian ? "\xDC\x00" : "\x00\xDC", 2);  // a lone surrogate
+    WriteFile(dir_ / "wide.xml", utf16);
+    fs::remove(dir_ / "out.json");
+    const Result refused = Convert("wide.xml out.json");
+    EXPECT_NE(refused.output.find("wide.xml: line 2: the text is not UTF-16"), std::string::npos)
+        << refused.output;
+    EXPECT_FALSE(fs::exists(dir_ / "out.json"));
+  }
+}
+
 TEST_F(ConvertTest, ToOverridesTheNameAndAnUnknownFormatIsUsage) {
   EXPECT_EQ(Convert("survey.json sets.txt --to syntax").exit, 0);
   EXPECT_NE(ReadFile(dir_ / "sets.txt").find("MRSET /MDGROUP NAME=$likes"), std::string::npos);
