@@ -14,6 +14,7 @@ namespace {
 using data::DatasetError;
 
 constexpr int kMaxStringWidth = 32767;
+constexpr std::size_t kDefaultStringWidth = 255;
 constexpr std::size_t kMaxSubfields = 10000;
 
 class Reader {
@@ -121,14 +122,22 @@ class Reader {
     const std::size_t width = finish - start + 1;
     if (type == "single" && IsLiteral(variable)) {
       VORN_ValueLabels labels;
-      for (auto& [code, text] : Values(variable, true)) labels.text.emplace(code, text);
-      Add(survey, variable, VORN_Variable(name, static_cast<int>(width), label, std::move(labels)),
+      // In CSV data the codes' own length, as the position counts fields.
+      std::size_t size = survey.csvData ? 1 : width;
+      for (auto& [code, text] : Values(variable, true)) {
+        if (survey.csvData) size = std::max(size, code.size());
+        labels.text.emplace(code, text);
+      }
+      if (size > static_cast<std::size_t>(kMaxStringWidth)) Fail(variable, "wider than 32767");
+      Add(survey, variable, VORN_Variable(name, static_cast<int>(size), label, std::move(labels)),
           {start, width, std::nullopt});
     } else if (type == "single" || type == "quantity" || type == "logical") {
       Add(survey, variable, VORN_Variable(name, 0, label, Labels(Values(variable))),
           {start, width, std::nullopt});
     } else if (type == "character") {
-      std::size_t size = width;
+      // A CSV field's position says nothing of its length: without a size
+      // it may hold any text.
+      std::size_t size = survey.csvData ? kDefaultStringWidth : width;
       if (const pugi::xml_node sizeNode = xml::Child(variable, "size")) {
         const std::string text = xml::Text(sizeNode);
         size = 0;

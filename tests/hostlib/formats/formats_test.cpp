@@ -134,6 +134,31 @@ TEST(TripleSTest, PlacesEachValueWhereTheDictionarySays) {
   }
 }
 
+TEST(TripleSTest, GivesStringsTheWidthTheirDataNeed) {
+  const struct {
+    const char* format;
+    const char* variable;
+    int width;
+  } cases[] = {
+      {"fixed", R"(type="character"><position start="3" finish="7"/>)", 5},
+      {"csv", R"(type="character"><position start="3"/>)", 255},
+      {"csv", R"(type="character"><position start="3"/><size>12</size>)", 12},
+      {"csv", R"(type="single" format="literal"><position start="1"/>
+        <values><value code="AB">x</value><value code="C">y</value></values>)",
+       2},
+      {"fixed", R"(type="single"><position start="1" finish="3"/>
+        <values><value code="A">x</value></values>)",
+       3},
+  };
+  for (const auto& c : cases) {
+    const TripleSSurvey survey = ReadTripleS(
+        std::string(R"(<sss version="2.0"><survey><record ident="A" format=")") + c.format +
+            R"("><variable ident="1" )" + c.variable + "</variable></record></survey></sss>",
+        "s.sss");
+    EXPECT_EQ(survey.dataset.Variable(0).GetType(), c.width) << c.format << c.variable;
+  }
+}
+
 TEST(TripleSTest, ShowsTheTextsOfTheFirstDeclaredLanguage) {
   const TripleSSurvey survey = ReadTripleS(
       R"(<sss version="3.0" languages="en fr"><survey><record ident="A">
