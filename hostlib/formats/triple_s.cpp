@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <set>
 
 #include "hostlib/formats/csv.h"
 #include "hostlib/formats/xml.h"
@@ -171,16 +172,15 @@ class Reader {
   static std::vector<std::size_t> BitPlaces(
       const std::vector<std::pair<std::string, std::string>>& values, std::size_t width) {
     std::vector<std::size_t> places;
-    std::vector<bool> taken(width, false);
+    std::set<std::size_t> taken;  // as many as the codes, whatever the width
     for (const auto& [code, label] : values) {
       const double number = *Code(code);
       if (number < 1 || number > static_cast<double>(width) || std::trunc(number) != number ||
-          taken[static_cast<std::size_t>(number) - 1]) {
+          !taken.insert(static_cast<std::size_t>(number) - 1).second) {
         places.clear();
         break;
       }
       places.push_back(static_cast<std::size_t>(number) - 1);
-      taken[places.back()] = true;
     }
     if (places.empty()) {
       for (std::size_t i = 0; i < values.size(); ++i) places.push_back(i);

@@ -110,6 +110,11 @@ TEST(TripleSTest, PlacesEachValueWhereTheDictionarySays) {
          <position start="1" finish="4"/><values><value code="4">D</value>
          <value code="1">A</value><value code="2">B</value></values></variable>)",
        "0101\n1000\n", "m_4,m_1,m_2\r\n1,0,1\r\n0,1,0\r\n"},
+      {"a bitstring whose position claims the widest record",
+       R"(<record ident="A"><variable ident="1" type="multiple"><name>m</name>
+         <position start="1" finish="18446744073709551615"/><values><value code="1">A</value>
+         <value code="2">B</value></values></variable>)",
+       "10\n", "m_1,m_2\r\n1,0\r\n"},
       {"fixed data after skipped header lines", R"(<record ident="A" skip="2">
          <variable ident="1" type="single"><name>s</name><position start="1" finish="2"/></variable>)",
        "s\n--\n12\n 3\n", "s\r\n12\r\n3\r\n"},
