@@ -18,11 +18,37 @@ std::size_t LineOf(std::string_view text, std::ptrdiff_t offset) {
                  std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), '\n'));
 }
 
+// Without blanks at the ends, and a long text that the file wraps onto an
+// indented line (a line break followed by blanks) joined by one space; a
+// line break with nothing after it is kept, as a label may hold one.
 std::string Trimmed(std::string_view text) {
   const auto begin = text.find_first_not_of(" \t\r\n");
   if (begin == std::string_view::npos) return {};
   const auto end = text.find_last_not_of(" \t\r\n");
-  return std::string(text.substr(begin, end - begin + 1));
+  text = text.substr(begin, end - begin + 1);
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t at = 0; at < text.size();) {
+    const auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+    if (!isBlank(text[at])) {
+      out += text[at++];
+      continue;
+    }
+    std::size_t runEnd = at;
+    while (runEnd < text.size() && isBlank(text[runEnd])) ++runEnd;
+    const std::string_view run = text.substr(at, runEnd - at);
+    bool wrapped = false;
+    for (std::size_t i = 0; i + 1 < run.size() && !wrapped; ++i) {
+      wrapped = run[i] == '\n' && (run[i + 1] == ' ' || run[i + 1] == '\t');
+    }
+    if (wrapped) {
+      out += ' ';
+    } else {
+      out += run;
+    }
+    at = runEnd;
+  }
+  return out;
 }
 
 // The encoding the XML declaration names, in lower case; empty when none.

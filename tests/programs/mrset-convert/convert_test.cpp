@@ -203,6 +203,7 @@ TEST_F(ConvertTest, DdiFromOtherToolsGivesTheirGroupsAndSurvivesARoundTrip) {
   EXPECT_EQ(sets[2]["countedValue"], "1");
   EXPECT_EQ(codebook["fields"][1]["title"], "Television");
   EXPECT_EQ(codebook["fields"][6]["constraints"]["maxLength"], 20);
+  EXPECT_EQ(Convert("media.json media.mrs").exit, 0) << "no label holds a line break";
   ASSERT_EQ(Convert("media.json again.xml").exit, 0);
   ASSERT_EQ(Convert("again.xml again.json").exit, 0);
   EXPECT_EQ(Sets(dir_ / "again.json"), sets);
