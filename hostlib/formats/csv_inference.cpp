@@ -129,7 +129,15 @@ Json RenderField(const Column& column, const std::string& title) {
   if (HasFewValues(column)) {
     Json categories = Json::array();
     if (column.numeric) {
-      for (const double v : column.numbers) categories.push_back(static_cast<std::int64_t>(v));
+      // Whole numbers as integers where one holds them; beyond, as they are.
+      constexpr double kIntegerLimit = 9007199254740992.0;  // 2^53
+      for (const double v : column.numbers) {
+        if (std::fabs(v) <= kIntegerLimit) {
+          categories.push_back(static_cast<std::int64_t>(v));
+        } else {
+          categories.push_back(v);
+        }
+      }
     } else {
       for (const auto& v : column.texts) categories.push_back(v);
     }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "hostlib/data/codebook/descriptor.h"
 #include "hostlib/formats/csv.h"
 #include "hostlib/formats/csv_inference.h"
 #include "hostlib/formats/syntax_out.h"
@@ -63,6 +64,11 @@ TEST(CsvInferenceTest, ProposesOnlyRunsThatAreQuestions) {
   ASSERT_EQ(forms.proposedSets.size(), 2u) << RenderProposal(forms, "t.csv");
   EXPECT_EQ(forms.proposedSets[0].GetValue(), "True");
   EXPECT_EQ(forms.proposedSets[1].GetValue(), "X");
+  // Whole numbers too large for an integer are categories as they are.
+  const InferredDictionary large =
+      InferDictionary(ParseCsv("n\n2e34\n2e34\n-1\n", "t.csv"), "t.csv");
+  EXPECT_EQ(large.contents.descriptor->json["fields"][0]["categories"],
+            nlohmann::ordered_json::parse("[-1, 2e34]"));
   EXPECT_NE(proposal.find("VARIABLES=q2_a_b q2_c\n  VALUE='X'"), std::string::npos) << proposal;
   EXPECT_NE(
       proposal.find("* Not proposed: x_1..: the columns hold no common mark or codes of one type."),
