@@ -185,8 +185,9 @@ class Reader {
   }
 
   // The value that marks a checked box, when every member is one: members
-  // coded 0 and 1 only count 1; members that share two codes, one of them
-  // labelled as a yes ("Yes", "Selected", "Mentioned"...), count that one.
+  // coded 0 and 1 only count 1; members that share their codes, one of them
+  // labelled as a yes ("Yes", "Selected", "Mentioned"...), count that one
+  // (the others being no, don't know and the like).
   std::optional<std::string> CheckedValue(const std::vector<std::string>& members) const {
     const Categories* shared = nullptr;
     bool zeroOne = true;
@@ -201,7 +202,7 @@ class Reader {
     }
     if (shared == nullptr) return std::nullopt;
     if (zeroOne) return "1";
-    if (shared->size() != 2) return std::nullopt;
+    if (shared->size() < 2) return std::nullopt;
     std::optional<std::string> yes;
     for (const auto& [value, label] : *shared) {
       if (!IsYes(label)) continue;
@@ -213,9 +214,9 @@ class Reader {
 
   static bool IsYes(std::string label) {
     for (char& c : label) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    static const std::set<std::string> kYes = {"yes",     "selected", "checked", "mentioned",
-                                               "chosen",  "ticked",   "true",    "marked",
-                                               "applies", "y"};
+    static const std::set<std::string> kYes = {
+        "yes",    "selected", "checked", "mentioned", "chosen", "ticked", "true",
+        "marked", "applies",  "y",       "oui",       "ja",     "si",     "s\u00ed"};
     return kYes.count(label) > 0;
   }
 
