@@ -109,6 +109,15 @@ class Reader {
     return best ? xml::Text(best) : std::string();
   }
 
+  // Without a varFormat the codes tell the type: letters make a string.
+  static bool HasTextCodes(const pugi::xml_node& var) {
+    for (const pugi::xml_node& category : xml::Children(var, "catgry")) {
+      if (std::string_view(category.attribute("missing").as_string()) == "Y") continue;
+      if (!AsNumber(xml::Text(xml::Child(category, "catValu")))) return true;
+    }
+    return false;
+  }
+
   void ReadVar(const pugi::xml_node& var, data::Dataset& dataset) {
     const std::string name = var.attribute("name").as_string();
     if (name.empty()) Fail(var, "a <var> has no name");
@@ -117,7 +126,7 @@ class Reader {
     if (type != "numeric" && type != "character") {
       Fail(format, "unknown varFormat type \"" + type + "\"");
     }
-    const bool isString = type == "character";
+    const bool isString = type == "character" || (!format && HasTextCodes(var));
     VORN_ValueLabels labels;
     Categories categories;
     int width = 0;

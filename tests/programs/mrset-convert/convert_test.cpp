@@ -203,6 +203,7 @@ TEST_F(ConvertTest, DdiFromOtherToolsGivesTheirGroupsAndSurvivesARoundTrip) {
   EXPECT_EQ(sets[2]["countedValue"], "1");
   EXPECT_EQ(codebook["fields"][1]["title"], "Television");
   EXPECT_EQ(codebook["fields"][6]["constraints"]["maxLength"], 20);
+  EXPECT_EQ(codebook["fields"][8]["constraints"]["maxLength"], 4) << "codes of letters";
   EXPECT_EQ(Convert("media.json media.mrs").exit, 0) << "no label holds a line break";
   ASSERT_EQ(Convert("media.json again.xml").exit, 0);
   ASSERT_EQ(Convert("again.xml again.json").exit, 0);
@@ -304,8 +305,8 @@ TEST_F(ConvertTest, BadFilesAreRefusedWithPlaceAndFaultAndNothingIsWritten) {
        "var=\"x\"/>\n</dataDscr></codeBook>",
        "novar.xml: line 2: the group $g refers to x, which is no <var>"},
       {"badcode.xml",
-       "<codeBook><dataDscr>\n<var name=\"a\"><catgry><catValu>x</catValu></catgry></var>"
-       "</dataDscr></codeBook>",
+       "<codeBook><dataDscr>\n<var name=\"a\"><catgry><catValu>x</catValu></catgry>"
+       "<varFormat type=\"numeric\"/></var></dataDscr></codeBook>",
        "badcode.xml: line 2: the category value \"x\" of a is not a number"},
       {"twice.xml",
        "<codeBook><dataDscr><var name=\"a\"/>\n<var name=\"A\"/></dataDscr></codeBook>",
