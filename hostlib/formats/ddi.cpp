@@ -40,7 +40,8 @@ std::string RenderNumber(double value) {
 }
 
 // A variable's categories that are answers, with their labels.
-using Categories = std::map<double, std::string>;
+// The values as written back (numbers as RenderNumber writes them).
+using Categories = std::map<std::string, std::string>;
 const Categories kNoCategories;
 
 class Reader {
@@ -137,6 +138,9 @@ class Reader {
       if (isString) {
         width = std::max(width, static_cast<int>(value.size()));
         if (hasLabel) labels.text.emplace(value, label);
+        if (std::string_view(category.attribute("missing").as_string()) != "Y") {
+          categories.emplace(value, label);
+        }
         continue;
       }
       const auto number = AsNumber(value);
@@ -147,7 +151,7 @@ class Reader {
       if (!number)
         Fail(category, "the category value \"" + value + "\" of " + name + " is not a number");
       // A missing category (no answer, refused) is no answer to the question.
-      if (!missing) categories.emplace(*number, label);
+      if (!missing) categories.emplace(RenderNumber(*number), label);
       if (hasLabel) labels.numeric.emplace(*number, label);
     }
     if (isString) {
@@ -205,7 +209,7 @@ class Reader {
       if (found == categories_.end()) return std::nullopt;
       if (found->second.empty()) continue;  // lists no codes: tells nothing
       for (const auto& [value, label] : found->second)
-        zeroOne = zeroOne && (value == 0 || value == 1);
+        zeroOne = zeroOne && (value == "0" || value == "1");
       if (shared != nullptr && *shared != found->second) shared = &kNoCategories;
       if (shared == nullptr) shared = &found->second;
     }
@@ -216,7 +220,7 @@ class Reader {
     for (const auto& [value, label] : *shared) {
       if (!IsYes(label)) continue;
       if (yes) return std::nullopt;
-      yes = RenderNumber(value);
+      yes = value;
     }
     return yes;
   }

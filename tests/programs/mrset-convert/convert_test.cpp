@@ -191,16 +191,17 @@ TEST_F(ConvertTest, DdiFromOtherToolsGivesTheirGroupsAndSurvivesARoundTrip) {
   ASSERT_EQ(made.exit, 0) << made.output;
   const Json codebook = Json::parse(ReadFile(dir_ / "media.json"));
   const Json sets = codebook["multipleResponseSets"];
-  ASSERT_EQ(sets.size(), 3u) << sets.dump(1);
+  ASSERT_EQ(sets.size(), 4u) << sets.dump(1);
   // The group inside a section, by its var IDs, labelled at its own level;
   // the missing category 9 does not make its checked boxes categories.
   EXPECT_EQ(sets[0]["name"], "$MR_Q5");
   EXPECT_EQ(sets[0]["label"], "Which of these do you use for news?");
   EXPECT_EQ(sets[0]["type"], "dichotomies");
   EXPECT_EQ(sets[0]["variables"], Json({"q5a", "q5b", "q5c"}));
-  EXPECT_EQ(sets[1]["type"], "categories");
-  EXPECT_EQ(sets[2]["type"], "dichotomies") << "members coded 1 Yes, 2 No";
-  EXPECT_EQ(sets[2]["countedValue"], "1");
+  EXPECT_EQ(sets[1]["countedValue"], "Y") << "string members coded Y Yes, N No";
+  EXPECT_EQ(sets[2]["type"], "categories");
+  EXPECT_EQ(sets[3]["type"], "dichotomies") << "members coded 1 Yes, 2 No";
+  EXPECT_EQ(sets[3]["countedValue"], "1");
   EXPECT_EQ(codebook["fields"][1]["title"], "Television");
   EXPECT_EQ(codebook["fields"][6]["constraints"]["maxLength"], 20);
   EXPECT_EQ(codebook["fields"][8]["constraints"]["maxLength"], 4) << "codes of letters";
