@@ -53,6 +53,8 @@ std::string RelativeTo(const fs::path& target, const fs::path& out) {
 
 std::optional<fs::path> FindTripleSData(const fs::path& in, const TripleSSurvey& survey) {
   std::error_code ignored;
+  // Records of several kinds make no one table of cases.
+  if (survey.severalRecords) return std::nullopt;
   // The file names a file beside it or below; a URL, an absolute path or a
   // way up is not followed (the same name with a data ending is looked for).
   const fs::path href(survey.dataHref);
@@ -84,6 +86,9 @@ Input ReadTripleSInput(const fs::path& in, const std::string& text, const fs::pa
         {csv, ConvertTripleSData(survey, ReadText(*dataFile), dataFile->string())});
     dataPath = RelativeTo(csv, out);
     input.report.push_back("data of " + dataFile->string() + " written to " + csv.string());
+  }
+  if (withData && survey.severalRecords) {
+    input.report.push_back("the data of a survey of several records are not converted");
   }
   input.contents = data::ContentsWithDataPath(survey.dataset, dataPath);
   return input;

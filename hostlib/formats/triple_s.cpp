@@ -33,10 +33,6 @@ class Reader {
     const pugi::xml_node record = xml::Child(survey, "record");
     if (!record) Fail(survey, "<record> is missing");
     TripleSSurvey result;
-    const std::string format = record.attribute("format").as_string("fixed");
-    if (format != "fixed" && format != "csv")
-      Fail(record, "unknown data format \"" + format + "\"");
-    result.csvData = format == "csv";
     result.dataSingleByte = static_cast<int>(encoding);
     result.skipLines = record.attribute("skip").as_uint(0);
     result.dataHref = record.attribute("href").as_string();
@@ -44,9 +40,20 @@ class Reader {
     // file without the list shows the first text of each element.
     const std::string languages = root.attribute("languages").as_string();
     language_ = languages.substr(0, languages.find_first_of(" \t\r\n"));
-    for (const pugi::xml_node& variable : xml::Children(record, "variable")) {
-      ReadVariable(variable, result);
+    // A hierarchical survey keeps its variables in several records: all of
+    // them make the dictionary, each read by its own record's format.
+    const auto records = xml::Children(survey, "record");
+    result.severalRecords = records.size() > 1;
+    for (const pugi::xml_node& each : records) {
+      const std::string format = each.attribute("format").as_string("fixed");
+      if (format != "fixed" && format != "csv")
+        Fail(each, "unknown data format \"" + format + "\"");
+      result.csvData = format == "csv";
+      for (const pugi::xml_node& variable : xml::Children(each, "variable")) {
+        ReadVariable(variable, result);
+      }
     }
+    result.csvData = std::string_view(record.attribute("format").as_string()) == "csv";
     result.dataset.ReplaceMultipleResponseSets(std::move(sets_));
     return result;
   }

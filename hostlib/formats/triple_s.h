@@ -29,6 +29,7 @@ struct TripleSSurvey {
   bool csvData = false;                // the data file is CSV rather than fixed columns
   std::size_t skipLines = 0;           // header lines of a CSV data file
   std::string dataHref;                // the data file the record names, if any
+  bool severalRecords = false;         // a hierarchy, whose data are not converted
   // The data are in the encoding the XML declares: ISO-8859-1 or
   // Windows-1252 (converted), else UTF-8.
   int dataSingleByte = 0;  // an xml::SingleByte

@@ -170,6 +170,21 @@ TEST(TripleSTest, GivesStringsTheWidthTheirDataNeed) {
   }
 }
 
+TEST(TripleSTest, ReadsEveryRecordOfAHierarchy) {
+  const TripleSSurvey survey = ReadTripleS(
+      R"(<sss version="3.0"><survey>
+      <record ident="H" format="csv"><variable ident="1" type="character"><name>hh</name>
+        <position start="1"/></variable></record>
+      <record ident="P"><variable ident="2" type="multiple"><name>m</name>
+        <position start="1" finish="1"/><values><value code="1">A</value></values></variable>
+      </record><hierarchy><parent ident="H"/><child ident="P"/></hierarchy></survey></sss>)",
+      "s.sss");
+  ASSERT_EQ(survey.dataset.ColumnCount(), 2u);
+  EXPECT_EQ(survey.dataset.Variable(0).GetType(), 255) << "a CSV record's string";
+  EXPECT_EQ(survey.dataset.MultipleResponseSets().size(), 1u);
+  EXPECT_TRUE(survey.severalRecords);
+}
+
 TEST(TripleSTest, ShowsTheTextsOfTheFirstDeclaredLanguage) {
   const TripleSSurvey survey = ReadTripleS(
       R"(<sss version="3.0" languages="en fr"><survey><record ident="A">
