@@ -62,15 +62,19 @@ std::string LineIndent(std::string_view text, std::size_t at) {
 
 // The sets as JSON text that starts where a value of a member indented by
 // `indent` starts; on one line when the schema is on one line.
-std::string RenderSets(const std::vector<VariableSet>& sets, bool pretty,
-                       const std::string& indent) {
+std::string RenderSets(const std::vector<VariableSet>& sets, bool pretty, const std::string& indent,
+                       std::string_view eol) {
   const Json rendered = RenderCodebookSets(sets);
   if (!pretty) return rendered.dump();
   std::string text = rendered.dump(2);
   std::string out;
   for (const char c : text) {
-    out += c;
-    if (c == '\n') out += indent;
+    if (c != '\n') {
+      out += c;
+      continue;
+    }
+    out += eol;
+    out += indent;
   }
   return out;
 }
@@ -84,9 +88,11 @@ std::string SpliceSetsAt(const std::string& text, const std::optional<Span>& sch
                          const std::vector<VariableSet>& sets) {
   const std::string_view schemaText(text.data() + schema->begin, schema->end - schema->begin);
   const bool pretty = schemaText.find('\n') != std::string_view::npos;
+  // Lines end as the schema's own do (a file written on another system).
+  const std::string_view eol = schemaText.find("\r\n") != std::string_view::npos ? "\r\n" : "\n";
   if (const auto current = MemberSpan(text, *schema, kCodebookSetsKey)) {
     const std::string indent = LineIndent(text, current->begin);
-    return text.substr(0, current->begin) + RenderSets(sets, pretty, indent) +
+    return text.substr(0, current->begin) + RenderSets(sets, pretty, indent, eol) +
            text.substr(current->end);
   }
   if (sets.empty()) return text;
@@ -103,8 +109,9 @@ std::string SpliceSetsAt(const std::string& text, const std::optional<Span>& sch
     const std::size_t keyStart = text.rfind('"', text.rfind(':', fields->begin) - 1);
     indent = LineIndent(text, text.rfind('"', keyStart - 1));
   }
-  std::string member = std::string(empty ? "" : ",") + (pretty ? "\n" + indent : "") + "\"" +
-                       kCodebookSetsKey + "\": " + RenderSets(sets, pretty, indent);
+  std::string member = std::string(empty ? "" : ",") +
+                       (pretty ? std::string(eol) + indent : std::string()) + "\"" +
+                       kCodebookSetsKey + "\": " + RenderSets(sets, pretty, indent, eol);
   return text.substr(0, last) + member + text.substr(last);
 }
 
