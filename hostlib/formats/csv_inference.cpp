@@ -209,8 +209,12 @@ std::optional<std::string> CountedMark(const std::vector<Column>& columns, const
     const Column& column = columns[c];
     if (column.texts.size() > 2) return std::nullopt;
     for (const std::string& v : column.texts) {
-      if (v != "0" && v != "1") zeroOne = false;
-      if (v != "0") marks.insert(v);
+      // As numbers: tools write 1.0 where a column of ticks had blanks.
+      const auto number = AsNumber(v);
+      const bool zero = number && *number == 0;
+      const bool one = number && *number == 1;
+      if (!zero && !one) zeroOne = false;
+      if (!zero) marks.insert(one ? std::string("1") : v);
       std::string lower = v;
       for (char& ch : lower) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
       if (lower == "true") trues.insert(v);

@@ -58,12 +58,16 @@ TEST(CsvInferenceTest, ProposesOnlyRunsThatAreQuestions) {
   EXPECT_EQ(inferred.proposedSets[2].GetType(), VariableSet::kMultipleCategorySet);
   EXPECT_EQ(dataset.Variable(9).GetType(), dataset.Variable(10).GetType());
   const std::string proposal = RenderProposal(inferred, "t.csv");
-  // A form's ticks as True/False; marks where one option was never ticked.
+  // A form's ticks as True/False; marks where one option was never ticked;
+  // ticks written as numbers with decimals.
   const InferredDictionary forms = InferDictionary(
-      ParseCsv("f/a,f/b,g_1,g_2\nTrue,False,X,\nFalse,False,X,\n", "t.csv"), "t.csv");
-  ASSERT_EQ(forms.proposedSets.size(), 2u) << RenderProposal(forms, "t.csv");
+      ParseCsv("f/a,f/b,g_1,g_2,h_1,h_2\nTrue,False,X,,1.0,0.0\nFalse,False,X,,0.0,1.0\n", "t.csv"),
+      "t.csv");
+  ASSERT_EQ(forms.proposedSets.size(), 3u) << RenderProposal(forms, "t.csv");
   EXPECT_EQ(forms.proposedSets[0].GetValue(), "True");
   EXPECT_EQ(forms.proposedSets[1].GetValue(), "X");
+  EXPECT_EQ(forms.proposedSets[2].GetType(), VariableSet::kMultipleDichotomySet);
+  EXPECT_EQ(forms.proposedSets[2].GetValue(), "1");
   // Whole numbers too large for an integer are categories as they are.
   const InferredDictionary large =
       InferDictionary(ParseCsv("n\n2e34\n2e34\n-1\n", "t.csv"), "t.csv");
