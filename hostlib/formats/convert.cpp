@@ -53,8 +53,16 @@ std::string RelativeTo(const fs::path& target, const fs::path& out) {
 
 std::optional<fs::path> FindTripleSData(const fs::path& in, const TripleSSurvey& survey) {
   std::error_code ignored;
-  if (!survey.dataHref.empty()) {
-    const fs::path named = in.parent_path() / survey.dataHref;
+  // Records of several kinds make no one table of cases.
+  if (survey.severalRecords) return std::nullopt;
+  // The file names a file beside it or below; a URL, an absolute path or a
+  // way up is not followed (the same name with a data ending is looked for).
+  const fs::path href(survey.dataHref);
+  const bool beside = !survey.dataHref.empty() && href.is_relative() && !href.has_root_name() &&
+                      survey.dataHref.find("://") == std::string::npos &&
+                      std::find(href.begin(), href.end(), "..") == href.end();
+  if (beside) {
+    const fs::path named = in.parent_path() / href;
     if (fs::is_regular_file(named, ignored)) return named;
   }
   for (const char* extension : {".asc", ".dat", ".csv", ".txt"}) {
@@ -78,6 +86,9 @@ Input ReadTripleSInput(const fs::path& in, const std::string& text, const fs::pa
         {csv, ConvertTripleSData(survey, ReadText(*dataFile), dataFile->string())});
     dataPath = RelativeTo(csv, out);
     input.report.push_back("data of " + dataFile->string() + " written to " + csv.string());
+  }
+  if (withData && survey.severalRecords) {
+    input.report.push_back("the data of a survey of several records are not converted");
   }
   input.contents = data::ContentsWithDataPath(survey.dataset, dataPath);
   return input;
@@ -132,7 +143,8 @@ Input ReadInput(const fs::path& in, const fs::path& out, OutputFormat format,
   const std::string text = ReadText(in);
   if (IsStore(text)) return ReadStore(in);
   const std::string_view start = Trimmed(text);
-  if (!start.empty() && start.front() == '<') {
+  const bool utf16 = text.rfind("\xFF\xFE", 0) == 0 || text.rfind("\xFE\xFF", 0) == 0;
+  if (utf16 || (!start.empty() && start.front() == '<')) {
     pugi::xml_document document;
     std::string utf8 = text;  // the readers below convert the file's own text again
     xml::Parse(document, utf8, in.string());

@@ -1,6 +1,7 @@
 #include "hostlib/formats/csv_inference.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <map>
@@ -128,7 +129,15 @@ Json RenderField(const Column& column, const std::string& title) {
   if (HasFewValues(column)) {
     Json categories = Json::array();
     if (column.numeric) {
-      for (const double v : column.numbers) categories.push_back(static_cast<std::int64_t>(v));
+      // Whole numbers as integers where one holds them; beyond, as they are.
+      constexpr double kIntegerLimit = 9007199254740992.0;  // 2^53
+      for (const double v : column.numbers) {
+        if (std::fabs(v) <= kIntegerLimit) {
+          categories.push_back(static_cast<std::int64_t>(v));
+        } else {
+          categories.push_back(v);
+        }
+      }
     } else {
       for (const auto& v : column.texts) categories.push_back(v);
     }
@@ -193,16 +202,28 @@ std::vector<Run> FindRuns(const std::vector<Column>& columns) {
 // blank/mark describe all members.
 std::optional<std::string> CountedMark(const std::vector<Column>& columns, const Run& run) {
   std::set<std::string> marks;
+  std::set<std::string> trues;  // as spelt
   bool zeroOne = true;
+  bool trueFalse = true;
   for (const std::size_t c : run.columns) {
     const Column& column = columns[c];
     if (column.texts.size() > 2) return std::nullopt;
     for (const std::string& v : column.texts) {
-      if (v != "0" && v != "1") zeroOne = false;
-      if (v != "0") marks.insert(v);
+      // As numbers: tools write 1.0 where a column of ticks had blanks.
+      const auto number = AsNumber(v);
+      const bool zero = number && *number == 0;
+      const bool one = number && *number == 1;
+      if (!zero && !one) zeroOne = false;
+      if (!zero) marks.insert(one ? std::string("1") : v);
+      std::string lower = v;
+      for (char& ch : lower) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+      if (lower == "true") trues.insert(v);
+      trueFalse = trueFalse && (lower == "true" || lower == "false");
     }
   }
   if (zeroOne) return "1";
+  // Forms export a ticked option as True, else False, in one spelling.
+  if (trueFalse) return trues.size() == 1 ? std::optional(*trues.begin()) : std::nullopt;
   if (marks.size() != 1) return std::nullopt;
   for (const std::size_t c : run.columns) {
     if (columns[c].texts.size() > 1) return std::nullopt;  // blank and the mark only
@@ -243,8 +264,13 @@ InferredDictionary InferDictionary(const CsvTable& table, const std::string& dat
   const std::vector<Run> runs = FindRuns(columns);
   std::vector<bool> optionTexts(runs.size(), false);
   for (std::size_t r = 0; r < runs.size(); ++r) {
-    optionTexts[r] = !CountedMark(columns, runs[r]) && HoldsOptionTexts(columns, runs[r]);
-    if (optionTexts[r]) WidenOptionColumns(columns, runs[r]);
+    const auto mark = CountedMark(columns, runs[r]);
+    optionTexts[r] = !mark && HoldsOptionTexts(columns, runs[r]);
+    // Members that hold a text mark ("X", "True") are strings of one width,
+    // whichever of them the cases happened to fill.
+    const bool textMark = mark && std::any_of(runs[r].columns.begin(), runs[r].columns.end(),
+                                              [&](std::size_t c) { return !columns[c].numeric; });
+    if (optionTexts[r] || textMark) WidenOptionColumns(columns, runs[r]);
   }
   std::vector<std::string> titles(columns.size());
   for (std::size_t c = 0; c < columns.size(); ++c) {

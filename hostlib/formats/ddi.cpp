@@ -1,5 +1,6 @@
 #include "hostlib/formats/ddi.h"
 
+#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -38,6 +39,11 @@ std::string RenderNumber(double value) {
   return buffer;
 }
 
+// A variable's categories that are answers, with their labels.
+// The values as written back (numbers as RenderNumber writes them).
+using Categories = std::map<std::string, std::string>;
+const Categories kNoCategories;
+
 class Reader {
  public:
   Reader(const std::string& text, std::string file) : text_(text), file_(std::move(file)) {}
@@ -51,11 +57,7 @@ class Reader {
     std::vector<pugi::xml_node> groups;
     for (const pugi::xml_node& dataDscr : xml::Children(root, "dataDscr")) {
       for (const pugi::xml_node& var : xml::Children(dataDscr, "var")) ReadVar(var, dataset);
-      for (const pugi::xml_node& group : xml::Children(dataDscr, "varGrp")) {
-        if (std::string_view(group.attribute("type").as_string()) == "multipleResp") {
-          groups.push_back(group);
-        }
-      }
+      CollectGroups(dataDscr, groups);
     }
     std::vector<VariableSet> sets;
     std::set<std::string> setNames;
@@ -74,6 +76,49 @@ class Reader {
     throw DatasetError(file_ + ": " + xml::Place(node, text_) + ": " + fault);
   }
 
+  // The multipleResp groups in document order, wherever they stand: groups
+  // may hold groups. Walked without recursion, as the file decides the depth.
+  static void CollectGroups(const pugi::xml_node& dataDscr, std::vector<pugi::xml_node>& groups) {
+    pugi::xml_node node = dataDscr.first_child();
+    while (node && node != dataDscr) {
+      const bool group = node.type() == pugi::node_element && xml::LocalName(node) == "varGrp";
+      if (group && std::string_view(node.attribute("type").as_string()) == "multipleResp") {
+        groups.push_back(node);
+      }
+      if (group && node.first_child()) {
+        node = node.first_child();
+        continue;
+      }
+      while (node != dataDscr && !node.next_sibling()) node = node.parent();
+      if (node != dataDscr) node = node.next_sibling();
+    }
+  }
+
+  // Of several <labl>s the one of the element's own level (or of none), then
+  // any but a short one, then the first: a short label is a code.
+  static std::string Label(const pugi::xml_node& element, std::string_view level) {
+    pugi::xml_node best;
+    int bestRank = 3;
+    for (const pugi::xml_node& label : xml::Children(element, "labl")) {
+      const std::string_view own = label.attribute("level").as_string();
+      const int rank = own.empty() || own == level ? 0 : own == "short" ? 2 : 1;
+      if (rank < bestRank) {
+        best = label;
+        bestRank = rank;
+      }
+    }
+    return best ? xml::Text(best) : std::string();
+  }
+
+  // Without a varFormat the codes tell the type: letters make a string.
+  static bool HasTextCodes(const pugi::xml_node& var) {
+    for (const pugi::xml_node& category : xml::Children(var, "catgry")) {
+      if (std::string_view(category.attribute("missing").as_string()) == "Y") continue;
+      if (!AsNumber(xml::Text(xml::Child(category, "catValu")))) return true;
+    }
+    return false;
+  }
+
   void ReadVar(const pugi::xml_node& var, data::Dataset& dataset) {
     const std::string name = var.attribute("name").as_string();
     if (name.empty()) Fail(var, "a <var> has no name");
@@ -82,42 +127,60 @@ class Reader {
     if (type != "numeric" && type != "character") {
       Fail(format, "unknown varFormat type \"" + type + "\"");
     }
-    const bool isString = type == "character";
+    const bool isString = type == "character" || (!format && HasTextCodes(var));
     VORN_ValueLabels labels;
-    std::set<double> numericValues;
+    Categories categories;
     int width = 0;
     for (const pugi::xml_node& category : xml::Children(var, "catgry")) {
       const std::string value = xml::Text(xml::Child(category, "catValu"));
-      const pugi::xml_node label = xml::Child(category, "labl");
+      const bool hasLabel = static_cast<bool>(xml::Child(category, "labl"));
+      const std::string label = Label(category, "category");
       if (isString) {
         width = std::max(width, static_cast<int>(value.size()));
-        if (label) labels.text.emplace(value, xml::Text(label));
+        if (hasLabel) labels.text.emplace(value, label);
+        if (std::string_view(category.attribute("missing").as_string()) != "Y") {
+          categories.emplace(value, label);
+        }
         continue;
       }
       const auto number = AsNumber(value);
+      const bool missing = std::string_view(category.attribute("missing").as_string()) == "Y";
+      // Statistics packages list their own missing codes (".", ".a") among the
+      // categories of a numeric variable: no value this dictionary can hold.
+      if (!number && missing) continue;
       if (!number)
         Fail(category, "the category value \"" + value + "\" of " + name + " is not a number");
-      numericValues.insert(*number);
-      if (label) labels.numeric.emplace(*number, xml::Text(label));
+      // A missing category (no answer, refused) is no answer to the question.
+      if (!missing) categories.emplace(RenderNumber(*number), label);
+      if (hasLabel) labels.numeric.emplace(*number, label);
     }
     if (isString) {
-      if (const pugi::xml_node location = xml::Child(var, "location");
-          location && location.attribute("width")) {
+      const pugi::xml_node location = xml::Child(var, "location");
+      if (location && location.attribute("width")) {
         width = location.attribute("width").as_int(0);
         if (width < 1 || width > kMaxStringWidth)
           Fail(location, "the width must be from 1 to 32767");
+      } else if (location && location.attribute("StartPos") && location.attribute("EndPos")) {
+        const long long first = location.attribute("StartPos").as_llong(0);
+        const long long last = location.attribute("EndPos").as_llong(0);
+        if (first < 1 || last < first || last - first >= kMaxStringWidth)
+          Fail(location, "the width must be from 1 to 32767");
+        width = static_cast<int>(last - first + 1);
       } else if (width == 0) {
         width = kDefaultStringWidth;
       }
     }
+    // Without a label, the question's text says what the variable holds.
+    std::string label = Label(var, "variable");
+    if (label.empty()) label = xml::Text(xml::Child(xml::Child(var, "qstn"), "qstnLit"));
     try {
-      dataset.AddVariable(VORN_Variable(name, isString ? width : 0,
-                                        xml::Text(xml::Child(var, "labl")), std::move(labels)));
+      dataset.AddVariable(
+          VORN_Variable(name, isString ? width : 0, std::move(label), std::move(labels)));
     } catch (const DatasetError& error) {
       Fail(var, error.what());
     }
     if (const std::string id = var.attribute("ID").as_string(); !id.empty()) nameById_[id] = name;
-    categoryValues_[data::FoldName(name)] = std::move(numericValues);
+    categories_[data::FoldName(name)] = std::move(categories);
   }
 
   std::string Note(const pugi::xml_node& group, std::string_view type) const {
@@ -134,18 +197,40 @@ class Reader {
     return false;
   }
 
-  // Members coded 0 and 1 only: checked boxes.
-  bool LooksLikeCheckedBoxes(const std::vector<std::string>& members) const {
-    bool any = false;
+  // The value that marks a checked box, when every member is one: members
+  // coded 0 and 1 only count 1; members that share their codes, one of them
+  // labelled as a yes ("Yes", "Selected", "Mentioned"...), count that one
+  // (the others being no, don't know and the like).
+  std::optional<std::string> CheckedValue(const std::vector<std::string>& members) const {
+    const Categories* shared = nullptr;
+    bool zeroOne = true;
     for (const std::string& member : members) {
-      const auto found = categoryValues_.find(data::FoldName(member));
-      if (found == categoryValues_.end()) return false;
-      for (const double v : found->second) {
-        if (v != 0 && v != 1) return false;
-        any = true;
-      }
+      const auto found = categories_.find(data::FoldName(member));
+      if (found == categories_.end()) return std::nullopt;
+      if (found->second.empty()) continue;  // lists no codes: tells nothing
+      for (const auto& [value, label] : found->second)
+        zeroOne = zeroOne && (value == "0" || value == "1");
+      if (shared != nullptr && *shared != found->second) shared = &kNoCategories;
+      if (shared == nullptr) shared = &found->second;
     }
-    return any;
+    if (shared == nullptr) return std::nullopt;
+    if (zeroOne) return "1";
+    if (shared->size() < 2) return std::nullopt;
+    std::optional<std::string> yes;
+    for (const auto& [value, label] : *shared) {
+      if (!IsYes(label)) continue;
+      if (yes) return std::nullopt;
+      yes = value;
+    }
+    return yes;
+  }
+
+  static bool IsYes(std::string label) {
+    for (char& c : label) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    static const std::set<std::string> kYes = {
+        "yes",    "selected", "checked", "mentioned", "chosen", "ticked", "true",
+        "marked", "applies",  "y",       "oui",       "ja",     "si",     "s\u00ed"};
+    return kYes.count(label) > 0;
   }
 
   VariableSet ReadGroup(const pugi::xml_node& group, const data::Dataset& dataset) const {
@@ -170,13 +255,15 @@ class Reader {
       }
       at = end + 1;
     }
+    if (members.empty()) Fail(group, "the group " + name + " lists no variables");
     const bool counted = HasNote(group, kCountedValueNote);
-    const bool dichotomies = counted || LooksLikeCheckedBoxes(members);
+    const auto checked = counted ? std::nullopt : CheckedValue(members);
+    const bool dichotomies = counted || checked;
     VariableSet set(
         name, dichotomies ? VariableSet::kMultipleDichotomySet : VariableSet::kMultipleCategorySet);
-    set.SetLabel(xml::Text(xml::Child(group, "labl")));
+    set.SetLabel(Label(group, "varGrp"));
     if (dichotomies) {
-      set.SetValue(counted ? Note(group, kCountedValueNote) : "1");
+      set.SetValue(counted ? Note(group, kCountedValueNote) : *checked);
       set.UseVariableCategoryLabels(Note(group, kCategoryLabelsNote) == "countedValues");
       set.LabelSetByVariable(Note(group, kLabelSourceNote) == "variableLabel");
     }
@@ -187,7 +274,7 @@ class Reader {
   std::string text_;  // as UTF-8 once parsed
   std::string file_;
   std::unordered_map<std::string, std::string> nameById_;
-  std::unordered_map<std::string, std::set<double>> categoryValues_;
+  std::unordered_map<std::string, Categories> categories_;  // not missing, by folded name
 };
 
 std::string VarId(int index) { return "V" + std::to_string(index + 1); }

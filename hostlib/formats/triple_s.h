@@ -29,6 +29,10 @@ struct TripleSSurvey {
   bool csvData = false;                // the data file is CSV rather than fixed columns
   std::size_t skipLines = 0;           // header lines of a CSV data file
   std::string dataHref;                // the data file the record names, if any
+  bool severalRecords = false;         // a hierarchy, whose data are not converted
+  // The data are in the encoding the XML declares: ISO-8859-1 or
+  // Windows-1252 (converted), else UTF-8.
+  int dataSingleByte = 0;  // an xml::SingleByte
 };
 
 // Throws DatasetError naming `file`, the line and the fault.
@@ -37,8 +41,9 @@ TripleSSurvey ReadTripleS(const std::string& text, const std::string& file);
 // Whether the XML text's root element is <sss>.
 bool IsTripleS(const std::string& text);
 
-// The data as CSV (a header of the variable names, then one record per case).
-// Throws DatasetError naming `file` and the line of a record that is too short.
+// The data as CSV (a header of the variable names, then one record per case),
+// in UTF-8. Throws DatasetError naming `file` and the line of a record that is
+// too short or of bytes that are not UTF-8 when no other encoding is declared.
 std::string ConvertTripleSData(const TripleSSurvey& survey, const std::string& data,
                                const std::string& file);
 

@@ -25,9 +25,9 @@ const std::string kSetsKey = kCodebookSetsKey;
 constexpr int kDefaultStringWidth = 255;
 constexpr int kMaxStringWidth = 32767;
 
-constexpr std::array<std::string_view, 15> kFieldTypes = {
-    "string",   "number", "integer",   "boolean",  "object",   "array",   "date", "time",
-    "datetime", "year",   "yearmonth", "duration", "geopoint", "geojson", "any"};
+constexpr std::array<std::string_view, 16> kFieldTypes = {
+    "string", "number",   "integer", "boolean",   "object",   "array",    "list",    "date",
+    "time",   "datetime", "year",    "yearmonth", "duration", "geopoint", "geojson", "any"};
 
 std::string Quoted(std::string_view text) {
   return Json(std::string(text)).dump(-1, ' ', false, Json::error_handler_t::replace);
@@ -221,7 +221,9 @@ class DescriptorReader {
     }
     const bool isString = type == nullptr || *type == "string";
     const int width = isString ? ReadWidth(field, place) : 0;
+    // A field with no title is labelled by its description.
     const std::string* title = OptionalString(field, place, "title");
+    if (title == nullptr) title = OptionalString(field, place, "description");
     return VORN_Variable(name, width, title != nullptr ? *title : std::string(),
                          ReadCategories(field, place, isString));
   }

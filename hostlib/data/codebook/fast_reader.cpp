@@ -34,9 +34,9 @@ namespace spans = json_spans;
 constexpr int kDefaultStringWidth = 255;
 constexpr int kMaxStringWidth = 32767;
 
-constexpr std::array<std::string_view, 15> kFieldTypes = {
-    "string",   "number", "integer",   "boolean",  "object",   "array",   "date", "time",
-    "datetime", "year",   "yearmonth", "duration", "geopoint", "geojson", "any"};
+constexpr std::array<std::string_view, 16> kFieldTypes = {
+    "string", "number",   "integer", "boolean",   "object",   "array",    "list",    "date",
+    "time",   "datetime", "year",    "yearmonth", "duration", "geopoint", "geojson", "any"};
 
 std::string Quoted(std::string_view text) {
   using Json = nlohmann::ordered_json;
@@ -174,8 +174,8 @@ class DocumentReader {
 
   VORN_Variable ReadField(const Element& element, const Place& place) const {
     if (element.type() != Type::OBJECT) Fail(place, "must be an object");
-    const auto [nameValue, typeValue, titleValue, constraints, categories] =
-        Members<5>(element, {"name", "type", "title", "constraints", "categories"});
+    const auto [nameValue, typeValue, titleValue, constraints, categories, descriptionValue] =
+        Members<6>(element, {"name", "type", "title", "constraints", "categories", "description"});
     const std::string_view name = RequiredString(nameValue, place.Child("name"));
     CheckNoNul(name, place.Child("name"));
     if (name.empty()) Fail(place.Child("name"), "must not be empty");
@@ -186,7 +186,9 @@ class DocumentReader {
     }
     const bool isString = !type || *type == "string";
     const int width = isString ? ReadWidth(constraints, place.Child("constraints")) : 0;
-    const auto title = OptionalString(titleValue, place.Child("title"));
+    // A field with no title is labelled by its description.
+    auto title = OptionalString(titleValue, place.Child("title"));
+    if (!title) title = OptionalString(descriptionValue, place.Child("description"));
     return VORN_Variable(std::string(name), width, title ? std::string(*title) : std::string(),
                          ReadCategories(categories, place.Child("categories"), isString));
   }

@@ -62,32 +62,37 @@ std::string LineIndent(std::string_view text, std::size_t at) {
 
 // The sets as JSON text that starts where a value of a member indented by
 // `indent` starts; on one line when the schema is on one line.
-std::string RenderSets(const std::vector<VariableSet>& sets, bool pretty,
-                       const std::string& indent) {
+std::string RenderSets(const std::vector<VariableSet>& sets, bool pretty, const std::string& indent,
+                       std::string_view eol) {
   const Json rendered = RenderCodebookSets(sets);
   if (!pretty) return rendered.dump();
   std::string text = rendered.dump(2);
   std::string out;
   for (const char c : text) {
-    out += c;
-    if (c == '\n') out += indent;
+    if (c != '\n') {
+      out += c;
+      continue;
+    }
+    out += eol;
+    out += indent;
   }
   return out;
 }
 
 }  // namespace
 
-std::string SpliceSets(const std::string& text, std::size_t resourceIndex,
-                       const std::vector<VariableSet>& sets) {
-  const auto resources = MemberSpan(text, RootSpan(text), "resources");
-  const auto resource = resources ? ElementSpan(text, *resources, resourceIndex) : std::nullopt;
-  const auto schema = resource ? MemberSpan(text, *resource, "schema") : std::nullopt;
-  if (!schema) throw DatasetError("the package no longer has the resource's schema");
+namespace {
+
+// Puts `sets` into the schema object at `schema` of the text.
+std::string SpliceSetsAt(const std::string& text, const std::optional<Span>& schema,
+                         const std::vector<VariableSet>& sets) {
   const std::string_view schemaText(text.data() + schema->begin, schema->end - schema->begin);
   const bool pretty = schemaText.find('\n') != std::string_view::npos;
+  // Lines end as the schema's own do (a file written on another system).
+  const std::string_view eol = schemaText.find("\r\n") != std::string_view::npos ? "\r\n" : "\n";
   if (const auto current = MemberSpan(text, *schema, kCodebookSetsKey)) {
     const std::string indent = LineIndent(text, current->begin);
-    return text.substr(0, current->begin) + RenderSets(sets, pretty, indent) +
+    return text.substr(0, current->begin) + RenderSets(sets, pretty, indent, eol) +
            text.substr(current->end);
   }
   if (sets.empty()) return text;
@@ -104,9 +109,47 @@ std::string SpliceSets(const std::string& text, std::size_t resourceIndex,
     const std::size_t keyStart = text.rfind('"', text.rfind(':', fields->begin) - 1);
     indent = LineIndent(text, text.rfind('"', keyStart - 1));
   }
-  std::string member = std::string(empty ? "" : ",") + (pretty ? "\n" + indent : "") + "\"" +
-                       kCodebookSetsKey + "\": " + RenderSets(sets, pretty, indent);
+  std::string member = std::string(empty ? "" : ",") +
+                       (pretty ? std::string(eol) + indent : std::string()) + "\"" +
+                       kCodebookSetsKey + "\": " + RenderSets(sets, pretty, indent, eol);
   return text.substr(0, last) + member + text.substr(last);
+}
+
+// The file of a schema the resource names by a path: beside the package or
+// below it. A URL is not fetched, and a path that leaves the package's
+// folder is not followed (a package comes from others).
+fs::path SchemaFile(const fs::path& package, const std::string& named, const std::string& file,
+                    const std::string& place) {
+  const fs::path relative(named);
+  if (named.find("://") != std::string::npos) {
+    throw DatasetError(file + ": " + place + ": the schema at " + named +
+                       " is not fetched; keep it beside the package");
+  }
+  if (named.empty() || relative.is_absolute() || relative.has_root_name() ||
+      std::find(relative.begin(), relative.end(), "..") != relative.end()) {
+    throw DatasetError(file + ": " + place +
+                       ": must be a path within the package's folder (no \"..\", not absolute)");
+  }
+  return package.parent_path() / relative;
+}
+
+}  // namespace
+
+std::string SpliceSets(const std::string& text, std::size_t resourceIndex,
+                       const std::vector<VariableSet>& sets) {
+  const auto resources = MemberSpan(text, RootSpan(text), "resources");
+  const auto resource = resources ? ElementSpan(text, *resources, resourceIndex) : std::nullopt;
+  const auto schema = resource ? MemberSpan(text, *resource, "schema") : std::nullopt;
+  if (!schema) throw DatasetError("the package no longer has the resource's schema");
+  return SpliceSetsAt(text, schema, sets);
+}
+
+std::string SpliceSchemaSets(const std::string& text, const std::vector<VariableSet>& sets) {
+  const Span root = RootSpan(text);
+  if (root.end <= root.begin || text[root.begin] != '{') {
+    throw DatasetError("the schema is no longer a JSON object");
+  }
+  return SpliceSetsAt(text, root, sets);
 }
 
 DataPackageStore::DataPackageStore(fs::path path, std::string resource, files::Env& env)
@@ -131,14 +174,28 @@ Dataset DataPackageStore::Load() {
   if (!resource.is_object()) throw DatasetError(file + ": " + pointer + ": must be an object");
   const auto schema = resource.find("schema");
   if (schema == resource.end()) throw DatasetError(file + ": " + pointer + "/schema: is missing");
+  fs::path schemaPath;
+  std::string schemaText;
+  files::FileIdentity schemaIdentity;
+  Json external;
   if (schema->is_string()) {
-    throw DatasetError(file + ": " + pointer +
-                       "/schema: kept in a separate file; only a schema written inside the "
-                       "package can be opened");
+    schemaPath = SchemaFile(path_, schema->get<std::string>(), file, pointer + "/schema");
+    try {
+      schemaText = files::ReadWholeFile(schemaPath, &schemaIdentity, env_);
+    } catch (const files::FileError& error) {
+      throw DatasetError(file + ": " + pointer + "/schema: " + error.what());
+    }
+    external = ParseDescriptor(schemaText, schemaPath.string());
   }
-  DescriptorContents contents = ReadDescriptor(*schema, file, pointer + "/schema");
+  const Json& schemaJson = schemaPath.empty() ? *schema : external;
+  DescriptorContents contents = schemaPath.empty()
+                                    ? ReadDescriptor(schemaJson, file, pointer + "/schema")
+                                    : ReadDescriptor(schemaJson, schemaPath.string());
   Dataset dataset(std::move(contents.variables), contents.sets);
-  schema_ = std::make_shared<Descriptor>(Descriptor{*schema});
+  schema_ = std::make_shared<Descriptor>(Descriptor{schemaJson});
+  schemaPath_ = std::move(schemaPath);
+  schemaText_ = std::move(schemaText);
+  schemaIdentity_ = schemaIdentity;
   text_ = std::move(text);
   resourceIndex_ = index;
   storedSets_ = dataset.MultipleResponseSets();
@@ -155,19 +212,28 @@ void DataPackageStore::Save(const Dataset& dataset) {
   if (!loaded_) {
     throw DatasetError(path_.string() + ": not saved: a data package is only changed, never made");
   }
+  // A schema of its own file keeps the sets there; the package is not touched.
+  const bool external = !schemaPath_.empty();
+  const fs::path& target = external ? schemaPath_ : path_;
   std::string text;
   try {
-    text = SpliceSets(text_, resourceIndex_, dataset.MultipleResponseSets());
+    text = external ? SpliceSchemaSets(schemaText_, dataset.MultipleResponseSets())
+                    : SpliceSets(text_, resourceIndex_, dataset.MultipleResponseSets());
   } catch (const std::exception& error) {
-    throw DatasetError(path_.string() + ": not saved: " + error.what());
+    throw DatasetError(target.string() + ": not saved: " + error.what());
   }
   try {
-    files::WriteFileAtomically(path_, text, env_);
+    files::WriteFileAtomically(target, text, env_);
   } catch (const files::FileError& error) {
     throw DatasetError(error.what());
   }
-  if (!files::IdentifyFile(path_, identity_)) identity_ = {};
-  text_ = std::move(text);
+  if (external) {
+    if (!files::IdentifyFile(schemaPath_, schemaIdentity_)) schemaIdentity_ = {};
+    schemaText_ = std::move(text);
+  } else {
+    if (!files::IdentifyFile(path_, identity_)) identity_ = {};
+    text_ = std::move(text);
+  }
   auto schema = std::make_shared<Descriptor>(*schema_);
   schema->json[kCodebookSetsKey] = RenderCodebookSets(dataset.MultipleResponseSets());
   schema_ = std::move(schema);
@@ -188,7 +254,12 @@ std::optional<Dataset> DataPackageStore::BeginCommand(std::chrono::milliseconds 
     throw DatasetError(LockTimeoutMessage(path_, timeout));
   }
   files::FileIdentity now;
-  if (loaded_ && files::IdentifyFile(path_, now) && now == identity_) return std::nullopt;
+  files::FileIdentity schemaNow;
+  const bool schemaSame = schemaPath_.empty() || (files::IdentifyFile(schemaPath_, schemaNow) &&
+                                                  schemaNow == schemaIdentity_);
+  if (loaded_ && files::IdentifyFile(path_, now) && now == identity_ && schemaSame) {
+    return std::nullopt;
+  }
   try {
     return Load();
   } catch (...) {

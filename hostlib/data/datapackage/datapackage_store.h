@@ -4,8 +4,9 @@
 //
 // "-d datapackage.json#NAME" picks the resource named NAME; without a name
 // the package must have exactly one tabular resource (one with a schema).
-// Only a schema written inside the package can be opened. Save changes the
-// bytes of the sets and nothing else of the file.
+// A schema kept in a file of its own (its path a string, beside the package
+// or below) is read from there and the sets are saved there: the package is
+// not touched. Save changes the bytes of the sets and nothing else.
 #pragma once
 
 #include <filesystem>
@@ -45,6 +46,9 @@ class DataPackageStore final : public DatasetStore {
   std::string text_;  // the file as last read or written
   std::size_t resourceIndex_ = 0;
   std::shared_ptr<const Descriptor> schema_;
+  std::filesystem::path schemaPath_;  // a schema of its own file; empty: inline
+  std::string schemaText_;            // that file as last read or written
+  files::FileIdentity schemaIdentity_;
   std::vector<VariableSet> storedSets_;
   bool loaded_ = false;
   files::FileIdentity identity_;
@@ -64,5 +68,7 @@ std::unique_ptr<DatasetStore> OpenDataPackageStore(const std::filesystem::path& 
 // text, changing no other byte. Pure; used by Save.
 std::string SpliceSets(const std::string& text, std::size_t resourceIndex,
                        const std::vector<VariableSet>& sets);
+// The same for a schema file of its own, whose top level is the schema.
+std::string SpliceSchemaSets(const std::string& text, const std::vector<VariableSet>& sets);
 
 }  // namespace hostlib::data

@@ -36,6 +36,12 @@ TEST(SpliceSetsTest, ChangesOnlyTheSetsOfTheChosenResource) {
        ",\"x\":1}}]}",
        {},
        "{\"resources\": [{}, {\"schema\": {\"multipleResponseSets\": [] ,\"x\":1}}]}"},
+      {"lines ending in CR LF",
+       "{\"resources\": [{},\r\n {\"schema\": {\"fields\": []\r\n}}]}",
+       {Likes()},
+       "{\"resources\": [{},\r\n {\"schema\": {\"fields\": [],\r\n \"multipleResponseSets\": "
+       "[\r\n   {\r\n     \"name\": \"$likes\",\r\n     \"type\": \"categories\",\r\n     "
+       "\"variables\": [\r\n       \"a\",\r\n       \"b\"\r\n     ]\r\n   }\r\n ]\r\n}}]}"},
       {"absent and none to write",
        R"({"resources":[{},{"schema":{"fields":[]}}]})",
        {},

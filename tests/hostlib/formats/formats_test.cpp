@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "hostlib/data/codebook/descriptor.h"
 #include "hostlib/formats/csv.h"
 #include "hostlib/formats/csv_inference.h"
 #include "hostlib/formats/syntax_out.h"
@@ -57,6 +58,21 @@ TEST(CsvInferenceTest, ProposesOnlyRunsThatAreQuestions) {
   EXPECT_EQ(inferred.proposedSets[2].GetType(), VariableSet::kMultipleCategorySet);
   EXPECT_EQ(dataset.Variable(9).GetType(), dataset.Variable(10).GetType());
   const std::string proposal = RenderProposal(inferred, "t.csv");
+  // A form's ticks as True/False; marks where one option was never ticked;
+  // ticks written as numbers with decimals.
+  const InferredDictionary forms = InferDictionary(
+      ParseCsv("f/a,f/b,g_1,g_2,h_1,h_2\nTrue,False,X,,1.0,0.0\nFalse,False,X,,0.0,1.0\n", "t.csv"),
+      "t.csv");
+  ASSERT_EQ(forms.proposedSets.size(), 3u) << RenderProposal(forms, "t.csv");
+  EXPECT_EQ(forms.proposedSets[0].GetValue(), "True");
+  EXPECT_EQ(forms.proposedSets[1].GetValue(), "X");
+  EXPECT_EQ(forms.proposedSets[2].GetType(), VariableSet::kMultipleDichotomySet);
+  EXPECT_EQ(forms.proposedSets[2].GetValue(), "1");
+  // Whole numbers too large for an integer are categories as they are.
+  const InferredDictionary large =
+      InferDictionary(ParseCsv("n\n2e34\n2e34\n-1\n", "t.csv"), "t.csv");
+  EXPECT_EQ(large.contents.descriptor->json["fields"][0]["categories"],
+            nlohmann::ordered_json::parse("[-1, 2e34]"));
   EXPECT_NE(proposal.find("VARIABLES=q2_a_b q2_c\n  VALUE='X'"), std::string::npos) << proposal;
   EXPECT_NE(
       proposal.find("* Not proposed: x_1..: the columns hold no common mark or codes of one type."),
@@ -88,6 +104,102 @@ TEST(TripleSTest, ReadsCsvDataByFieldAfterTheSkippedLines) {
   ASSERT_EQ(survey.dataset.MultipleResponseSets().size(), 1u);
   EXPECT_EQ(ConvertTripleSData(survey, "m1,m2,t\n1,0,ab\n0,1,\"c,d\"\n", "s.csv"),
             "m_1,m_2,t\r\n1,0,ab\r\n0,1,\"c,d\"\r\n");
+}
+
+// Data as files from other tools lay them out, each read through its
+// dictionary into the CSV the codebook names.
+TEST(TripleSTest, PlacesEachValueWhereTheDictionarySays) {
+  const struct {
+    const char* name;
+    const char* record;  // <record ...> and its variables
+    const char* data;
+    const char* csv;
+  } cases[] = {
+      {"bitstring marks at their codes, listed out of order with a gap",
+       R"(<record ident="A"><variable ident="1" type="multiple"><name>m</name>
+         <position start="1" finish="4"/><values><value code="4">D</value>
+         <value code="1">A</value><value code="2">B</value></values></variable>)",
+       "0101\n1000\n", "m_4,m_1,m_2\r\n1,0,1\r\n0,1,0\r\n"},
+      {"a bitstring whose position claims the widest record",
+       R"(<record ident="A"><variable ident="1" type="multiple"><name>m</name>
+         <position start="1" finish="18446744073709551615"/><values><value code="1">A</value>
+         <value code="2">B</value></values></variable>)",
+       "10\n", "m_1,m_2\r\n1,0\r\n"},
+      {"fixed data after skipped header lines", R"(<record ident="A" skip="2">
+         <variable ident="1" type="single"><name>s</name><position start="1" finish="2"/></variable>)",
+       "s\n--\n12\n 3\n", "s\r\n12\r\n3\r\n"},
+      {"a CSV bitstring in one field", R"(<record ident="A" format="csv">
+         <variable ident="1" type="multiple"><name>m</name><position start="2"/>
+         <values><value code="1">A</value><value code="2">B</value></values></variable>)",
+       "x,10\ny,01\n", "m_1,m_2\r\n1,0\r\n0,1\r\n"},
+      {"a single with literal codes", R"(<record ident="A">
+         <variable ident="1" type="single" format="literal"><name>s</name>
+         <position start="1" finish="1"/><values><value code="A">Yes</value></values></variable>)",
+       "A\nB\n", "s\r\nA\r\nB\r\n"},
+  };
+  for (const auto& c : cases) {
+    try {
+      const TripleSSurvey survey = ReadTripleS(
+          std::string("<sss version=\"2.0\"><survey>") + c.record + "</record></survey></sss>",
+          "s.sss");
+      EXPECT_EQ(ConvertTripleSData(survey, c.data, "s.asc"), c.csv) << c.name;
+    } catch (const data::DatasetError& error) {
+      ADD_FAILURE() << c.name << ": " << error.what();
+    }
+  }
+}
+
+TEST(TripleSTest, GivesStringsTheWidthTheirDataNeed) {
+  const struct {
+    const char* format;
+    const char* variable;
+    int width;
+  } cases[] = {
+      {"fixed", R"(type="character"><position start="3" finish="7"/>)", 5},
+      {"csv", R"(type="character"><position start="3"/>)", 255},
+      {"csv", R"(type="character"><position start="3"/><size>12</size>)", 12},
+      {"csv", R"(type="single" format="literal"><position start="1"/>
+        <values><value code="AB">x</value><value code="C">y</value></values>)",
+       2},
+      {"fixed", R"(type="single"><position start="1" finish="3"/>
+        <values><value code="A">x</value></values>)",
+       3},
+  };
+  for (const auto& c : cases) {
+    const TripleSSurvey survey = ReadTripleS(
+        std::string(R"(<sss version="2.0"><survey><record ident="A" format=")") + c.format +
+            R"("><variable ident="1" )" + c.variable + "</variable></record></survey></sss>",
+        "s.sss");
+    EXPECT_EQ(survey.dataset.Variable(0).GetType(), c.width) << c.format << c.variable;
+  }
+}
+
+TEST(TripleSTest, ReadsEveryRecordOfAHierarchy) {
+  const TripleSSurvey survey = ReadTripleS(
+      R"(<sss version="3.0"><survey>
+      <record ident="H" format="csv"><variable ident="1" type="character"><name>hh</name>
+        <position start="1"/></variable></record>
+      <record ident="P"><variable ident="2" type="multiple"><name>m</name>
+        <position start="1" finish="1"/><values><value code="1">A</value></values></variable>
+      </record><hierarchy><parent ident="H"/><child ident="P"/></hierarchy></survey></sss>)",
+      "s.sss");
+  ASSERT_EQ(survey.dataset.ColumnCount(), 2u);
+  EXPECT_EQ(survey.dataset.Variable(0).GetType(), 255) << "a CSV record's string";
+  EXPECT_EQ(survey.dataset.MultipleResponseSets().size(), 1u);
+  EXPECT_TRUE(survey.severalRecords);
+}
+
+TEST(TripleSTest, ShowsTheTextsOfTheFirstDeclaredLanguage) {
+  const TripleSSurvey survey = ReadTripleS(
+      R"(<sss version="3.0" languages="en fr"><survey><record ident="A">
+      <variable ident="1" type="single"><name>s</name><position start="1"/>
+        <label><text xml:lang="fr">Sexe</text><text xml:lang="en">Sex</text></label>
+        <values><value code="1"><text xml:lang="fr">Homme</text><text xml:lang="en">Man</text>
+        </value></values></variable></record></survey></sss>)",
+      "s.sss");
+  const VORN_Variable& variable = survey.dataset.Variable(0);
+  EXPECT_STREQ(variable.GetLabel(), "Sex");
+  EXPECT_EQ(variable.GetValueLabels().Labels().numeric.at(1), "Man");
 }
 
 }  // namespace

@@ -144,6 +144,111 @@ TEST_F(ConvertTest, TripleSBitstringAndSpreadBecomeSetsAndTheDataACsv) {
             "2,0,1,0,12,,19,York,0\r\n");  // zeros fill an unused subfield
 }
 
+// Files written by other tools from the published descriptions: what each
+// set is made of, and the values where the dictionary places them.
+TEST_F(ConvertTest, TripleSFromOtherToolsGivesTheirSetsAndData) {
+  ASSERT_EQ(Convert("brand.sss brand.json").exit, 0);
+  const Json brand = Json::parse(ReadFile(dir_ / "brand.json"));
+  const Json sets = brand["multipleResponseSets"];
+  ASSERT_EQ(sets.size(), 2u);
+  EXPECT_EQ(sets[0]["label"], "Which of these newspapers do you read?");
+  EXPECT_EQ(sets[0]["variables"], Json({"Q2_1", "Q2_2", "Q2_3", "Q2_5"}));
+  EXPECT_EQ(sets[1]["variables"], Json({"Q3_1", "Q3_2", "Q3_3"}));
+  EXPECT_EQ(brand["fields"][12]["title"], "R\u00e9gion");
+  // The mark of code 5 is the bitstring's fifth character, not its fourth.
+  EXPECT_EQ(ReadFile(dir_ / "brand.csv"),
+            "RESPID,Q1,Q2_1,Q2_2,Q2_3,Q2_5,Q3_1,Q3_2,Q3_3,Q4,Q5,WEIGHT,REGION\r\n"
+            "0001,1,1,1,0,0,01,02,10,Citro\u00ebn,1,1.2500,5\r\n"
+            "0002,2,0,0,0,1,10,,,(none),0,0.8750,12\r\n"
+            "0003,9,,,,,,,,Zed,1,1.0000,3\r\n");
+  const Result made = Convert("devices.xml devices.json");
+  ASSERT_EQ(made.exit, 0) << made.output;
+  const Json devices = Json::parse(ReadFile(dir_ / "devices.json"));
+  EXPECT_EQ(devices["multipleResponseSets"][0]["label"], "Devices owned");
+  EXPECT_EQ(devices["fields"][8]["type"], "string");
+  EXPECT_EQ(devices["fields"][8]["categories"][1], Json({{"value", "B"}, {"label", "Contract"}}));
+  EXPECT_EQ(ReadFile(dir_ / "devices.csv"),
+            "caseid,devices_1,devices_2,devices_3,devices_4,apps_1,apps_2,sat,plan\r\n"
+            "A-01,1,0,1,0,3,1,5,B\r\nA-02,0,0,0,1,2,,1,A\r\nB-07,1,1,1,1,,,,\r\n");
+  // A data file named outside the folder is not followed.
+  std::string outside = ReadFile(dir_ / "brand.sss");
+  outside.replace(outside.find("brand-data.asc"), 14, "../brand-data.asc");
+  WriteFile(dir_ / "away.sss", outside);
+  ASSERT_EQ(Convert("away.sss away.json").exit, 0);
+  EXPECT_FALSE(fs::exists(dir_ / "away.csv"));
+  // Data in another encoding than the XML declares (none: UTF-8) are refused.
+  WriteFile(dir_ / "study.asc", "1101011234Leeds 1\n2010120019Z\xFCrich0\n");
+  const Result refused = Convert("study.sss study.json");
+  EXPECT_EQ(refused.exit, 1);
+  EXPECT_NE(refused.output.find("study.asc: line 2: the data are not UTF-8"), std::string::npos)
+      << refused.output;
+  EXPECT_FALSE(fs::exists(dir_ / "study.json"));
+  EXPECT_FALSE(fs::exists(dir_ / "study.csv"));
+}
+
+TEST_F(ConvertTest, DdiFromOtherToolsGivesTheirGroupsAndSurvivesARoundTrip) {
+  const Result made = Convert("media.xml media.json");
+  ASSERT_EQ(made.exit, 0) << made.output;
+  const Json codebook = Json::parse(ReadFile(dir_ / "media.json"));
+  const Json sets = codebook["multipleResponseSets"];
+  ASSERT_EQ(sets.size(), 4u) << sets.dump(1);
+  // The group inside a section, by its var IDs, labelled at its own level;
+  // the missing category 9 does not make its checked boxes categories.
+  EXPECT_EQ(sets[0]["name"], "$MR_Q5");
+  EXPECT_EQ(sets[0]["label"], "Which of these do you use for news?");
+  EXPECT_EQ(sets[0]["type"], "dichotomies");
+  EXPECT_EQ(sets[0]["variables"], Json({"q5a", "q5b", "q5c"}));
+  EXPECT_EQ(sets[1]["countedValue"], "Y") << "string members coded Y Yes, N No";
+  EXPECT_EQ(sets[2]["type"], "categories");
+  EXPECT_EQ(sets[3]["type"], "dichotomies") << "members coded 1 Yes, 2 No";
+  EXPECT_EQ(sets[3]["countedValue"], "1");
+  EXPECT_EQ(codebook["fields"][1]["title"], "Television");
+  EXPECT_EQ(codebook["fields"][6]["constraints"]["maxLength"], 20);
+  EXPECT_EQ(codebook["fields"][8]["constraints"]["maxLength"], 4) << "codes of letters";
+  EXPECT_EQ(Convert("media.json media.mrs").exit, 0) << "no label holds a line break";
+  ASSERT_EQ(Convert("media.json again.xml").exit, 0);
+  ASSERT_EQ(Convert("again.xml again.json").exit, 0);
+  EXPECT_EQ(Sets(dir_ / "again.json"), sets);
+}
+
+TEST_F(ConvertTest, DataPackageSchemaInItsOwnFileKeepsTheSetsThere) {
+  const std::string package = ReadFile(dir_ / "households.json");
+  const Result run = Mrset(
+      "-d households.json -e 'MRSET /MDGROUP NAME=$fuel VARIABLES=fuel_wood fuel_gas fuel_elec "
+      "VALUE=1.'");
+  ASSERT_EQ(run.exit, 0) << run.output;
+  EXPECT_EQ(ReadFile(dir_ / "households.json"), package);
+  EXPECT_EQ(Sets(dir_ / "households.schema.json")[0]["name"], "$fuel");
+  const Result shown = Mrset("-d households.json -e 'MRSET /DISPLAY NAME=ALL.'");
+  EXPECT_NE(shown.output.find("Cooking fuel: wood"), std::string::npos) << shown.output;
+  // Table Schema 2: list fields and categories as bare values.
+  const Result wave = Mrset("-d wave2.json -e 'MRSET /MCGROUP NAME=$c VARIABLES=q5_1 q5_2.'");
+  ASSERT_EQ(wave.exit, 0) << wave.output;
+  EXPECT_EQ(Json::parse(ReadFile(
+                dir_ / "wave2.json"))["resources"][0]["schema"]["multipleResponseSets"][0]["name"],
+            "$c");
+}
+
+TEST_F(ConvertTest, ExportsOfOtherToolsYieldCommandsThatDefineEveryQuestion) {
+  const struct {
+    const char* csv;
+    Json names;
+  } cases[] = {
+      {"panel.csv", Json({"$Q5", "$Q6"})},
+      {"form.csv", Json({"$fruit", "$transport"})},
+  };
+  for (const auto& c : cases) {
+    const std::string stem = fs::path(c.csv).stem().string();
+    const Result made = Convert(std::string(c.csv) + " " + stem + ".json --sets " + stem + ".mrs");
+    ASSERT_EQ(made.exit, 0) << made.output;
+    const Result run = Mrset("-d " + stem + ".json " + stem + ".mrs");
+    ASSERT_EQ(run.exit, 0) << run.output << ReadFile(dir_ / (stem + ".mrs"));
+    Json names = Json::array();
+    for (const Json& set : Sets(dir_ / (stem + ".json"))) names.push_back(set["name"]);
+    EXPECT_EQ(names, c.names) << c.csv;
+  }
+}
+
 TEST_F(ConvertTest, DdiImportTakesGroupsAndTellsDichotomiesFromCodes) {
   const Result made = Convert("archive.xml archive.json");
   ASSERT_EQ(made.exit, 0) << made.output;
@@ -201,8 +306,8 @@ TEST_F(ConvertTest, BadFilesAreRefusedWithPlaceAndFaultAndNothingIsWritten) {
        "var=\"x\"/>\n</dataDscr></codeBook>",
        "novar.xml: line 2: the group $g refers to x, which is no <var>"},
       {"badcode.xml",
-       "<codeBook><dataDscr>\n<var name=\"a\"><catgry><catValu>x</catValu></catgry></var>"
-       "</dataDscr></codeBook>",
+       "<codeBook><dataDscr>\n<var name=\"a\"><catgry><catValu>x</catValu></catgry>"
+       "<varFormat type=\"numeric\"/></var></dataDscr></codeBook>",
        "badcode.xml: line 2: the category value \"x\" of a is not a number"},
       {"twice.xml",
        "<codeBook><dataDscr><var name=\"a\"/>\n<var name=\"A\"/></dataDscr></codeBook>",
@@ -222,6 +327,16 @@ TEST_F(ConvertTest, BadFilesAreRefusedWithPlaceAndFaultAndNothingIsWritten) {
        "latin.xml: line 2: the text is not UTF-8"},
       {"ebcdic.sss", "<?xml version=\"1.0\" encoding=\"EBCDIC-US\"?><sss/>",
        "ebcdic.sss: line 1: the encoding \"ebcdic-us\" is not supported"},
+      {"empty.xml",
+       "<codeBook><dataDscr>\n<varGrp type=\"multipleResp\" ID=\"g\" var=\" \"/>"
+       "</dataDscr></codeBook>",
+       "empty.xml: line 2: the group $g lists no variables"},
+      {"url.json", R"({"resources": [{"name": "r", "schema": "https://example.org/s.json"}]})",
+       "url.json: /resources/0/schema: the schema at https://example.org/s.json is not fetched"},
+      {"up.json", R"({"resources": [{"name": "r", "schema": "../s.json"}]})",
+       "up.json: /resources/0/schema: must be a path within the package's folder"},
+      {"noschema.json", R"({"resources": [{"name": "r", "schema": "gone.json"}]})",
+       "noschema.json: /resources/0/schema: "},
   };
   for (const auto& c : cases) {
     WriteFile(dir_ / c.name, c.contents);
@@ -247,6 +362,32 @@ TEST_F(ConvertTest, DeclaredSingleByteEncodingsBecomeUtf8) {
     EXPECT_EQ(label,
               std::string(encoding) == "ISO-8859-1" ? "Caf\u00e9 \u0080" : "Caf\u00e9 \u20ac")
         << encoding;
+  }
+}
+
+// UTF-16 with a byte order mark (as some tools on one system write XML),
+// read in either byte order; a broken one refused with its line.
+TEST_F(ConvertTest, Utf16XmlIsReadAndItsLinesCounted) {
+  const std::string latin1 =
+      "<?xml version=\"1.0\" encoding=\"UTF-16\"?>\n<codeBook><dataDscr><var name=\"a\">"
+      "<labl>Caf\xE9</labl></var></dataDscr></codeBook>";
+  for (const bool bigEndian : {false, true}) {
+    std::string utf16 = bigEndian ? "\xFE\xFF" : "\xFF\xFE";
+    for (const char c : latin1) {
+      utf16 += bigEndian ? std::string(1, '\0') + c : std::string(1, c) + '\0';
+    }
+    WriteFile(dir_ / "wide.xml", utf16);
+    fs::remove(dir_ / "out.json");
+    const Result made = Convert("wide.xml out.json");
+    ASSERT_EQ(made.exit, 0) << made.output;
+    EXPECT_EQ(Json::parse(ReadFile(dir_ / "out.json"))["fields"][0]["title"], "Caf\u00e9");
+    utf16.insert(utf16.size() - 8, bigEndian ? "\xDC\x00" : "\x00\xDC", 2);  // a lone surrogate
+    WriteFile(dir_ / "wide.xml", utf16);
+    fs::remove(dir_ / "out.json");
+    const Result refused = Convert("wide.xml out.json");
+    EXPECT_NE(refused.output.find("wide.xml: line 2: the text is not UTF-16"), std::string::npos)
+        << refused.output;
+    EXPECT_FALSE(fs::exists(dir_ / "out.json"));
   }
 }
 
