@@ -1,10 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/case_data.h"
@@ -195,6 +199,29 @@ TEST_F(CaseReaderTest, ReadsAlikeWhateverTheWorkersAndRanges) {
             << c.text;
       }
     }
+  }
+}
+
+// A pipe cannot be read at offsets: its ranges are read in order, each from
+// what the one before left.
+TEST_F(CaseReaderTest, ReadsAPipeAsItReadsAFile) {
+  Rows expected;
+  const std::string text = RandomCases(3000, expected);
+  Open({VORN_Variable("id", 0), VORN_Variable("n", 0), VORN_Variable("s", 200),
+        VORN_Variable("pad", 200)},
+       text);
+  const std::filesystem::path pipe = folder_ / "pipe.csv";
+  ASSERT_EQ(0, ::mkfifo(pipe.c_str(), 0600));
+  CaseSource source;
+  source.path = pipe;
+  SetActiveCaseSource(source);
+  for (const std::size_t range : {std::size_t{0}, std::size_t{1000}}) {
+    SetCaseReading({nullptr, true, true, 0, range});
+    std::thread writer([&] { std::ofstream(pipe, std::ios::binary) << text; });
+    const Reading reading = ReadAll({2, 1, 0}, {false, true, true});
+    writer.join();
+    EXPECT_EQ("", reading.error);
+    EXPECT_TRUE(reading.cases == expected) << "ranges of " << range;
   }
 }
 
