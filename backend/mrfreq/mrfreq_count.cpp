@@ -62,9 +62,13 @@ bool MrfreqClassifier::Classify(const MrfreqCase& values, std::vector<int>& cate
 
 int MrfreqClassifier::CategoryOfNumber(double number) {
   if (numbers_.size() <= kLinearSearchLimit) {
-    for (std::size_t i = 0; i < numbers_.size(); ++i) {
-      if (numbers_[i] == number) return static_cast<int>(i);
+    // Which of a few values a case holds is a coin toss: every one is
+    // compared, without a branch on which matched.
+    int found = -1;
+    for (std::size_t i = numbers_.size(); i-- > 0;) {
+      found = numbers_[i] == number ? static_cast<int>(i) : found;
     }
+    if (found >= 0) return found;
   } else if (const auto found = numberIndex_.find(number); found != numberIndex_.end()) {
     return found->second;
   }

@@ -284,9 +284,9 @@ struct Plan {
   std::vector<std::string> missingValues;
   bool onlyEmptyIsMissing = false;
   std::vector<std::string> header;
-  std::vector<std::size_t> columns;  // per slot
-  std::vector<bool> numeric;         // per slot
-  std::vector<std::string> names;    // per slot
+  std::vector<std::size_t> columns;    // per slot
+  std::vector<unsigned char> numeric;  // per slot
+  std::vector<std::string> names;      // per slot
   bool anyText = false;
   std::uint64_t dataStart = 0;  // the first byte after the header row
   std::uint64_t dataEnd = 0;    // the file's size (a pipe: none known)
@@ -309,6 +309,14 @@ struct Plan {
     range.fault = Fault{true, atRow, std::move(before), std::move(after)};
   }
   bool Keep(Range& range, const Record& record, const char* bytes, std::size_t size) const;
+  bool IsMissingText(std::string_view field) const {
+    return std::find(missingValues.begin(), missingValues.end(), field) != missingValues.end();
+  }
+  [[gnu::noinline, gnu::cold]] void NotANumber(Range& range, std::size_t slot,
+                                               std::string_view field) const {
+    Fail(range, fileName + ", row ", true,
+         ", column \"" + names[slot] + "\": \"" + std::string(field) + "\" is not a number.");
+  }
 };
 
 bool Plan::Read(Range& range) const {
@@ -351,14 +359,14 @@ bool Plan::Keep(Range& range, const Record& record, const char* bytes, std::size
   }
   double* numbers = range.numbers.data() + at;
   unsigned char* missing = range.missing.data() + at;
+  const std::string_view* fields = record.fields->data();
+  const std::size_t* column = columns.data();
+  const unsigned char* isNumeric = numeric.data();
   for (std::size_t slot = 0; slot < width; ++slot) {
-    std::string_view field = (*record.fields)[columns[slot]];
-    const bool isMissing =
-        onlyEmptyIsMissing
-            ? field.empty()
-            : std::find(missingValues.begin(), missingValues.end(), field) != missingValues.end();
+    std::string_view field = fields[column[slot]];
+    const bool isMissing = onlyEmptyIsMissing ? field.empty() : IsMissingText(field);
     missing[slot] = isMissing ? 1 : 0;
-    if (!numeric[slot]) {
+    if (isNumeric[slot] == 0) {
       if (!field.empty() && (field.data() < bytes || field.data() >= bytes + size)) {
         // The scanner's text of a quoted field lasts only until its next record.
         field = range.unquoted.emplace_back(field);
@@ -368,8 +376,7 @@ bool Plan::Keep(Range& range, const Record& record, const char* bytes, std::size
     } else if (isMissing) {
       numbers[slot] = std::numeric_limits<double>::quiet_NaN();
     } else if (!ParseNumber(field, numbers[slot])) {
-      Fail(range, fileName + ", row ", true,
-           ", column \"" + names[slot] + "\": \"" + std::string(field) + "\" is not a number.");
+      NotANumber(range, slot, field);
       return false;
     }
   }
@@ -619,7 +626,7 @@ struct VORN_CaseReader::Impl {
     if (!plan.anyText) return;
     const std::string_view* fields = range->texts.data() + index * width;
     for (std::size_t slot = 0; slot < width; ++slot) {
-      if (!plan.numeric[slot]) texts[slot].assign(fields[slot]);
+      if (plan.numeric[slot] == 0) texts[slot].assign(fields[slot]);
     }
   }
 };
@@ -690,7 +697,7 @@ bool VORN_CaseReader::Impl::MatchColumns(const VORN_DataSource& source,
                   "\": the header has no such column.");
     }
     plan.columns.push_back(static_cast<std::size_t>(found - header.begin()));
-    plan.numeric.push_back(variable.GetType() == 0);
+    plan.numeric.push_back(variable.GetType() == 0 ? 1 : 0);
     plan.anyText = plan.anyText || variable.GetType() != 0;
     plan.names.push_back(name);
   }
