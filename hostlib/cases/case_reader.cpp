@@ -43,7 +43,7 @@ using hostlib::files::Env;
 
 constexpr std::size_t kRangeSize = std::size_t{1} << 20;
 // Read at a time beyond a range for its last record.
-constexpr std::size_t kTailBlock = std::size_t{64} << 10;
+constexpr std::size_t kTailBlock = std::size_t{16} << 10;
 constexpr std::size_t kLongestRecord = std::size_t{256} << 20;
 // Below this much case data the threads would cost more than they save.
 constexpr std::size_t kThreadedBytes = std::size_t{8} << 20;
