@@ -41,7 +41,7 @@ using hostlib::cases::CsvScanner;
 using hostlib::cases::Record;
 using hostlib::files::Env;
 
-constexpr std::size_t kRangeSize = std::size_t{1} << 20;
+constexpr std::size_t kRangeSize = std::size_t{512} << 10;
 // Read at a time beyond a range for its last record.
 constexpr std::size_t kTailBlock = std::size_t{16} << 10;
 constexpr std::size_t kLongestRecord = std::size_t{256} << 20;
