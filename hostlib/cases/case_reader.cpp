@@ -263,7 +263,7 @@ struct Range {
   bool oddQuotes = false;     // in the range's own bytes
   bool startKnown = false;    // the chain of parities has reached the range
   bool startsInside = false;  // the range starts inside quotes
-  bool pastEnd = false;       // a pipe ended before the range
+  bool pastEnd = false;       // the file ended before the range
   Bytes bytes;                // from the byte before the range on
   Bytes tail;                 // the last record's rest, beyond the range
   std::deque<std::string> unquoted;
