@@ -16,7 +16,7 @@
 //   ErrorText() names the file and, where there is one, the row (the header
 //   is row 1) and the column, or the system's reason for a failed open or
 //   read. Of several faults, the first in file order is reported.
-// - The reader may read ahead on a thread of its own; the calls above come
+// - The reader may read ahead on threads of its own; the calls above come
 //   from the thread that made the reader, and values stay valid until the
 //   next NextCase.
 #pragma once

@@ -29,10 +29,10 @@ MrfreqClassifier::MrfreqClassifier(const MrfreqItem& item, std::vector<std::size
 }
 
 bool MrfreqClassifier::Classify(const MrfreqCase& values, std::vector<int>& categories) {
-  categories.clear();
   if (kind_ == MrfreqItem::kDichotomies) {
     // Whether a member holds the counted value is a coin toss in survey data:
     // every member is written and only the counted ones are kept, no branch.
+    // (Every place is written, so what the last case left there may stay.)
     categories.resize(slots_.size());
     int* kept = categories.data();
     std::size_t count = 0;
@@ -47,6 +47,7 @@ bool MrfreqClassifier::Classify(const MrfreqCase& values, std::vector<int>& cate
     categories.resize(count);
     return true;
   }
+  categories.clear();
   for (const std::size_t slot : slots_) {
     if (values.IsMissing(slot)) continue;
     const int category =
@@ -62,9 +63,13 @@ bool MrfreqClassifier::Classify(const MrfreqCase& values, std::vector<int>& cate
 
 int MrfreqClassifier::CategoryOfNumber(double number) {
   if (numbers_.size() <= kLinearSearchLimit) {
-    for (std::size_t i = 0; i < numbers_.size(); ++i) {
-      if (numbers_[i] == number) return static_cast<int>(i);
+    // Which of a few values a case holds is a coin toss: every one is
+    // compared, without a branch on which matched.
+    int found = -1;
+    for (std::size_t i = numbers_.size(); i-- > 0;) {
+      found = numbers_[i] == number ? static_cast<int>(i) : found;
     }
+    if (found >= 0) return found;
   } else if (const auto found = numberIndex_.find(number); found != numberIndex_.end()) {
     return found->second;
   }
@@ -105,24 +110,35 @@ void MrfreqCounts::Add(const std::vector<int>& rows, const std::vector<int>& col
   }
   validCases += weight;
   responses += static_cast<double>(rows.size()) * weight;
-  for (const int column : columns) {
-    const auto c = static_cast<std::size_t>(column);
-    if (columnBases.size() <= c) columnBases.resize(c + 1, 0.0);
-    columnBases[c] += weight;
+  // The lists grow once per case, to the largest category it holds; a cell
+  // made and left at zero reads as one never made.
+  const auto width =
+      static_cast<std::size_t>(*std::max_element(columns.begin(), columns.end())) + 1;
+  if (columnBases.size() < width) columnBases.resize(width, 0.0);
+  for (const int column : columns) columnBases[static_cast<std::size_t>(column)] += weight;
+  const auto height = static_cast<std::size_t>(*std::max_element(rows.begin(), rows.end())) + 1;
+  if (cells.size() < height) {
+    cells.resize(height);
+    rowTotals.resize(height, 0.0);
+  }
+  if (columns.size() == 1) {
+    // A frequency table, or a crosstab by a variable: one cell per row.
+    const auto c = static_cast<std::size_t>(columns.front());
+    for (const int row : rows) {
+      const auto r = static_cast<std::size_t>(row);
+      rowTotals[r] += weight;
+      std::vector<double>& line = cells[r];
+      if (line.size() < width) line.resize(width, 0.0);
+      line[c] += weight;
+    }
+    return;
   }
   for (const int row : rows) {
     const auto r = static_cast<std::size_t>(row);
-    if (cells.size() <= r) {
-      cells.resize(r + 1);
-      rowTotals.resize(r + 1, 0.0);
-    }
     rowTotals[r] += weight;
-    auto& line = cells[r];
-    for (const int column : columns) {
-      const auto c = static_cast<std::size_t>(column);
-      if (line.size() <= c) line.resize(c + 1, 0.0);
-      line[c] += weight;
-    }
+    std::vector<double>& line = cells[r];
+    if (line.size() < width) line.resize(width, 0.0);
+    for (const int column : columns) line[static_cast<std::size_t>(column)] += weight;
   }
 }
 

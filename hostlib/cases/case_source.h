@@ -2,6 +2,7 @@
 // texts that stand for a missing value.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -38,12 +39,17 @@ void SetActiveCaseSource(std::optional<CaseSource> source);
 const std::optional<CaseSource>& ActiveCaseSource();
 
 // How readers read the case file: through which file system, with vector
-// instructions where the processor has them, and with a second thread that
-// scans ahead of the counting where there is a second processor.
+// instructions where the processor has them, and with threads that scan
+// ranges of a large file ahead of the counting where there are processors
+// to spare.
 struct CaseReading {
   files::Env* env = nullptr;  // none: the real file system
   bool vectors = true;
   bool readAhead = true;
+  // Tests only: this many threads whatever the size (0: as the file and the
+  // processors allow), over ranges of this many bytes (0: the usual size).
+  std::size_t workers = 0;
+  std::size_t rangeBytes = 0;
 };
 void SetCaseReading(CaseReading reading);
 const CaseReading& CurrentCaseReading();

@@ -196,6 +196,7 @@ MRSET_SCAN_CLONES std::size_t CsvScanner::Scan(const char* data, std::size_t siz
   std::size_t consumed = 0;
   std::size_t column = 0;
   const char* fieldStart = data;
+  const char* recordStart = data;
   std::uint64_t inside = 0;  // all ones when the next chunk starts inside quotes
   ChunkMasks masks[kChunksPerPass];
 
@@ -204,11 +205,13 @@ MRSET_SCAN_CLONES std::size_t CsvScanner::Scan(const char* data, std::size_t siz
     const bool blank =
         column == 0 && (end == fieldStart || (end == fieldStart + 1 && *fieldStart == '\r'));
     const std::size_t fieldCount = column + 1;
+    const char* begin = recordStart;
     column = 0;
     fieldStart = end + 1;
+    recordStart = fieldStart;
     if (blank) return true;
     if (wantAll_) fields_.resize(fieldCount);
-    return onRecord(Record{++recordNumber_, fieldCount, &fields_});
+    return onRecord(Record{++recordNumber_, begin, fieldCount, &fields_});
   };
 
   const std::size_t chunkCount = (size + 63) / 64;

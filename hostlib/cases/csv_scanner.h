@@ -29,7 +29,8 @@ struct Dialect {
 // One record as the scanner hands it over: the number of its fields and the
 // text of the fields asked for (quotes removed); other fields are empty.
 struct Record {
-  std::uint64_t number = 0;  // 1 for the file's first record
+  std::uint64_t number = 0;     // 1 for the file's first record
+  const char* begin = nullptr;  // where the record starts in the data scanned
   std::size_t fieldCount = 0;
   const std::vector<std::string_view>* fields = nullptr;
 };

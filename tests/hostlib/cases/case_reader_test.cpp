@@ -1,10 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/case_data.h"
@@ -141,6 +145,86 @@ TEST_F(CaseReaderTest, NamesTheRowAndColumnOfTheFirstFaultEveryWay) {
   }
 }
 
+// Small texts read as one range on the calling thread, then with threads
+// over ranges of a few bytes, so that range starts fall inside quoted line
+// ends, CRLFs, blank lines and faulty rows: every way reads the same cases
+// and reports the same fault.
+TEST_F(CaseReaderTest, ReadsAlikeWhateverTheWorkersAndRanges) {
+  std::mt19937 random(11);
+  std::string quoted = "n,s\n";
+  for (int row = 0; row < 60; ++row) {
+    quoted += std::to_string(row) + "," + RandomField(random, 9) + (row % 2 ? "\r\n" : "\n");
+  }
+  const struct {
+    std::string text;
+    std::string error;  // after the file's name
+  } kCases[] = {
+      {quoted, ""},
+      {"n,s\n1,\"a\nb\"\n2,\"\n\n\"\n3,\"\"\"\n\"\n4,x\n", ""},
+      {"n,s\r\n1,a\r\n\r\n\r\n2,b\r\n\n\n3,c", ""},
+      {"\n\nn,s\n\n1,a\n\n", ""},
+      {"n,s\n", ""},
+      {"n,s", ""},
+      {"n,s\n7,z", ""},
+      {"", ": the file has no header row."},
+      {"n,s\n1,a\n2,\"b\nc\"\nx,d\n4,e\n", ", row 4, column \"n\": \"x\" is not a number."},
+      {"n,s\n1,\"a\n\"\n2\n3,c,d\n",
+       ", row 3, column \"s\": the row has 1 fields where the header has 2."},
+      {"n,s\n1,a\n\n2,b,c\n",
+       ", row 3, column \"#3\": the row has 3 fields where the header has 2."},
+      {"n,s\n1,a\n2,\"b\n3,c\n",
+       ", row 3: a quoted field is not closed before the end of the file."},
+      {"n,\"s\n1,a\n", ", row 1: a quoted field is not closed before the end of the file."},
+  };
+  for (const auto& c : kCases) {
+    Open({VORN_Variable("n", 0), VORN_Variable("s", 20)}, c.text);
+    SetCaseReading({nullptr, true, false, 0, 0});
+    const Reading once = ReadAll({1, 0}, {false, true});
+    EXPECT_EQ(c.error.empty() ? "" : Path().string() + c.error, once.error) << c.text;
+    if (c.error.empty()) {
+      const Rows parsed = ReferenceParse(c.text);
+      Rows expected;
+      for (std::size_t row = 1; row < parsed.size(); ++row) {
+        expected.push_back({parsed[row][1], parsed[row][0].empty() ? "." : parsed[row][0]});
+      }
+      EXPECT_TRUE(once.cases == expected) << c.text;
+    }
+    for (const std::size_t workers : {0, 1, 3}) {
+      for (const std::size_t range : {1, 2, 3, 5, 8, 64}) {
+        SetCaseReading({nullptr, true, false, workers, range});
+        const Reading reading = ReadAll({1, 0}, {false, true});
+        EXPECT_EQ(once.error, reading.error) << workers << " workers, ranges of " << range;
+        EXPECT_TRUE(once.cases == reading.cases)
+            << workers << " workers, ranges of " << range << ":\n"
+            << c.text;
+      }
+    }
+  }
+}
+
+// A pipe cannot be read at offsets: its ranges are read in order, each from
+// what the one before left.
+TEST_F(CaseReaderTest, ReadsAPipeAsItReadsAFile) {
+  Rows expected;
+  const std::string text = RandomCases(3000, expected);
+  Open({VORN_Variable("id", 0), VORN_Variable("n", 0), VORN_Variable("s", 200),
+        VORN_Variable("pad", 200)},
+       text);
+  const std::filesystem::path pipe = folder_ / "pipe.csv";
+  ASSERT_EQ(0, ::mkfifo(pipe.c_str(), 0600));
+  CaseSource source;
+  source.path = pipe;
+  SetActiveCaseSource(source);
+  for (const std::size_t range : {std::size_t{0}, std::size_t{1000}}) {
+    SetCaseReading({nullptr, true, true, 0, range});
+    std::thread writer([&] { std::ofstream(pipe, std::ios::binary) << text; });
+    const Reading reading = ReadAll({2, 1, 0}, {false, true, true});
+    writer.join();
+    EXPECT_EQ("", reading.error);
+    EXPECT_TRUE(reading.cases == expected) << "ranges of " << range;
+  }
+}
+
 TEST_F(CaseReaderTest, AFailingOpenOrReadNamesTheFileAndTheError) {
   using Operation = testsupport::FaultEnv::Operation;
   const struct {
@@ -158,7 +242,8 @@ TEST_F(CaseReaderTest, AFailingOpenOrReadNamesTheFileAndTheError) {
     for (const bool readAhead : {true, false}) {
       testsupport::FaultEnv env;
       env.Fail(c.operation, c.error, "cases.csv", c.nth);
-      SetCaseReading({&env, true, readAhead});
+      // Read ahead by threads over small ranges: the failing read may be any of theirs.
+      SetCaseReading({&env, true, readAhead, readAhead ? 2U : 0U, readAhead ? 4096U : 0U});
       const Reading reading = ReadAll({1}, {true});
       EXPECT_TRUE(env.Fired());
       EXPECT_EQ(Path().string() + ": " + c.what + std::strerror(c.error), reading.error);
