@@ -12,7 +12,7 @@ cd "$(dirname "$0")/.."
 seconds=${1:-30}
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(syntax_fuzzer codebook_fuzzer database_fuzzer formats_fuzzer)
+[ ${#targets[@]} -gt 0 ] || targets=(syntax_fuzzer codebook_fuzzer database_fuzzer formats_fuzzer cases_fuzzer)
 
 bash scripts/setup.sh
 dir=build-fuzz
@@ -22,7 +22,7 @@ cmake --build "$dir" -j2 --target "${targets[@]}" mrset-convert
 
 seeds=$dir/seeds
 rm -rf "$seeds"
-mkdir -p "$seeds"/{syntax_fuzzer,codebook_fuzzer,database_fuzzer,formats_fuzzer}
+mkdir -p "$seeds"/{syntax_fuzzer,codebook_fuzzer,database_fuzzer,formats_fuzzer,cases_fuzzer}
 
 # Syntax: the commands of every golden case and the example.
 n=0
@@ -37,6 +37,9 @@ for json in examples/survey.json tests/programs/mrset/data/*.json tests/programs
   cp "$json" "$seeds/codebook_fuzzer/$n.json"
   "$dir/bin/mrset-convert" "$json" "$seeds/database_fuzzer/$n.db" >/dev/null 2>&1 || true
 done
+
+# Case data: the golden cases' case files.
+cp tests/programs/mrset/data/mrfreq*.csv "$seeds/cases_fuzzer/"
 
 # Formats: the first byte picks the input's name (0 .json, 1 datapackage.json,
 # 2 .xml, 3 .sss, 4 .csv), the rest is the file.
