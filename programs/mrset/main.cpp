@@ -26,6 +26,7 @@
 #include "hostlib/output/render.h"
 #include "hostlib/session/session.h"
 #include "programs/mrset/command_module.h"
+#include "programs/mrset/large_page_heap.h"
 #include "programs/mrset/lock_timeout.h"
 #include "programs/mrset/output_clash.h"
 #include "programs/mrset/prompt.h"
@@ -217,6 +218,7 @@ int Run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  mrset_program::UseLargePageHeap();
   CLI::App app{
       "Runs MRSET and MRFREQ command syntax: defines, lists and deletes the multiple "
       "response sets of a dataset, and counts them over its cases.",
