@@ -39,6 +39,14 @@ def helper(name):
     return shared if os.path.exists(shared) else os.path.join(HERE, name)
 
 
+def synced_copy(source, target):
+    """A fresh copy, on the disk before the timing starts: otherwise the first
+    sync of whatever is timed next writes the copy out too."""
+    shutil.copyfile(source, target)
+    with open(target, "rb") as f:
+        os.fsync(f.fileno())
+
+
 def timed(argv):
     """Wall seconds, peak memory (MB) and processor seconds of one run of argv."""
     start = time.perf_counter()
@@ -73,10 +81,10 @@ def measure(size, runs, build, work):
     target_db = os.path.join(work, "work.db")
 
     def fresh():
-        shutil.copyfile(base, target)
+        synced_copy(base, target)
 
     def fresh_db():
-        shutil.copyfile(database, target_db)
+        synced_copy(database, target_db)
 
     sorted_db = os.path.join(work, f"dict{size}-sorted.db")
     shutil.copyfile(database, sorted_db)
@@ -84,7 +92,7 @@ def measure(size, runs, build, work):
                     "MRSET /DISPLAY NAME=[$set0]."], check=True, stdout=subprocess.DEVNULL)
 
     def fresh_sorted_db():
-        shutil.copyfile(sorted_db, target_db)
+        synced_copy(sorted_db, target_db)
 
     mrset = os.path.join(build, "bin", "mrset")
     copy_cmd = f'cp "{base}" "{target}.tmp" && sync "{target}.tmp" && mv "{target}.tmp" "{target}"'
@@ -113,7 +121,7 @@ def many_sets(size, runs, build, work):
     mrset = os.path.join(build, "bin", "mrset")
 
     def fresh():
-        shutil.copyfile(base, target)
+        synced_copy(base, target)
 
     define = median_of(runs, fresh, [mrset, "-d", target, syntax])[0]
     opening = median_of(runs, fresh,

@@ -157,17 +157,28 @@ void IndexedSetList::SortByName() {
   if (sortedEnd == order.end()) return;
   std::stable_sort(sortedEnd, order.end(), byName);
   std::inplace_merge(order.begin(), sortedEnd, order.end(), byName);
-  SetList sorted;
-  std::vector<std::string> sortedNames;
-  sorted.reserve(order.size());
-  sortedNames.reserve(order.size());
-  for (const std::size_t i : order) {
-    sorted.push_back(std::move(sets_[i]));
-    sortedNames.push_back(std::move(upperNames_[i]));
-  }
-  sets_ = std::move(sorted);
-  upperNames_ = std::move(sortedNames);
+  Reorder(order);
   indexed_ = false;
+}
+
+// Moves the set at order[i] to position i, for every i, in place: each set
+// moves once, along the cycles of the permutation.
+void IndexedSetList::Reorder(std::vector<std::size_t>& order) {
+  for (std::size_t start = 0; start < order.size(); ++start) {
+    if (order[start] == start) continue;
+    VariableSet set = std::move(sets_[start]);
+    std::string name = std::move(upperNames_[start]);
+    std::size_t at = start;
+    for (std::size_t from = order[at]; from != start; from = order[at]) {
+      sets_[at] = std::move(sets_[from]);
+      upperNames_[at] = std::move(upperNames_[from]);
+      order[at] = at;
+      at = from;
+    }
+    order[at] = at;
+    sets_[at] = std::move(set);
+    upperNames_[at] = std::move(name);
+  }
 }
 
 const SetList& IndexedSetList::Sets() {

@@ -46,6 +46,7 @@ class IndexedSetList {
   };
 
   void Compact();
+  void Reorder(std::vector<std::size_t>& order);
   std::optional<NamePositions> Find(const std::string& upperName);
   void EnsureIndexed();
 

@@ -41,7 +41,8 @@ void UseLargePageHeap() {
   char* const after = Break();
   mallopt(M_TOP_PAD, kLaterGrowth);
   if (before == reinterpret_cast<char*>(-1) || after <= before) return;
-  const auto start = (reinterpret_cast<std::uintptr_t>(before) + kLargePage - 1) & ~(kLargePage - 1);
+  const auto start =
+      (reinterpret_cast<std::uintptr_t>(before) + kLargePage - 1) & ~(kLargePage - 1);
   const auto end = reinterpret_cast<std::uintptr_t>(after) & ~(kLargePage - 1);
   if (end > start) ::madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);
 }

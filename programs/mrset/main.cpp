@@ -161,9 +161,9 @@ int Run(const Options& options) {
   const bool prompt = options.interactive || (!options.batch && sources.empty() && terminal);
   if (sources.empty() && !prompt) sources.push_back({"standard input", "", nullptr, true});
 
-  mrset_program::ShellSettings settings{!options.noSave,         {}, options.bail,
-                                         ::isatty(STDOUT_FILENO) != 0, ColourOnStandardError(),
-                                         options.width};
+  mrset_program::ShellSettings settings{
+      !options.noSave,         {},           options.bail, ::isatty(STDOUT_FILENO) != 0,
+      ColourOnStandardError(), options.width};
   try {
     if (!options.data.empty()) settings.lockTimeout = mrset_program::LockTimeoutFromEnvironment();
   } catch (const std::exception& failure) {
