@@ -49,7 +49,9 @@ void ApplySubcommands(const MRSetSubcommands& subcommands, VORN_DataSource& data
 // ---- the set list --------------------------------------------------------
 
 IndexedSetList::IndexedSetList(SetList sets) : sets_(std::move(sets)) {
-  upperNames_.reserve(sets_.size());
+  // As much room as the host left in the list for the sets a command adds.
+  upperNames_.reserve(sets_.capacity());
+  deleted_.reserve(sets_.capacity());
   for (const VariableSet& set : sets_) upperNames_.push_back(set.GetName(kUpperCase));
   deleted_.assign(sets_.size(), false);
   live_ = sets_.size();

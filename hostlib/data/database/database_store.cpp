@@ -249,6 +249,9 @@ void SqliteStore::WriteSets(SqliteConnection& db, const SharedSetList& list) {
   written.sets = list;
   written.positions = placement.positions;
   written.source = stored_.source;
+  written.ids.reserve(sets.size());
+  written.foldedNames.reserve(sets.size());
+  written.sourceIndexes.reserve(sets.size());
   for (std::size_t i = 0; i < sets.size(); ++i) {
     written.ids.push_back(kept[i] ? stored_.ids[*kept[i]]
                                   : writer.Insert(sets[i], placement.positions[i]));
