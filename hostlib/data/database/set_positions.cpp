@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <limits>
+#include <unordered_set>
 
 namespace hostlib::data {
 namespace {
@@ -44,13 +45,39 @@ SetPlacement PlaceAllAnew(std::size_t count, std::optional<std::int64_t> greates
   for (std::size_t i = 0; i < count; ++i) {
     placement.positions.push_back(first + static_cast<std::int64_t>(i) * kPositionSpacing);
   }
-  placement.clearOfOldPositions = after || !greatest;
   return placement;
 }
 
-}  // namespace
+// A kept set that moves onto another's old position makes the rows move
+// twice (through negative positions, so that no two share one on the way).
+// Such a set is nudged up to a position no row holds, where the room before
+// the next set allows; the placement is clear of old positions when every
+// moving set found one.
+void AvoidOldPositions(const std::vector<std::optional<std::int64_t>>& stored,
+                       SetPlacement& placement) {
+  std::unordered_set<std::int64_t> old;
+  old.reserve(stored.size());
+  for (const auto& position : stored) {
+    if (position) old.insert(*position);
+  }
+  std::vector<std::int64_t>& positions = placement.positions;
+  bool clear = true;
+  for (std::size_t i = 0; i < positions.size(); ++i) {
+    if (!stored[i] || *stored[i] == positions[i] || old.count(positions[i]) == 0) continue;
+    const std::int64_t limit = i + 1 < positions.size() ? positions[i + 1] : kGreatest;
+    std::int64_t free = positions[i] + 1;
+    // Each step passes an old position in this set's own room: linear in all.
+    while (free < limit && old.count(free) != 0) ++free;
+    if (free < limit) {
+      positions[i] = free;
+    } else {
+      clear = false;
+    }
+  }
+  placement.clearOfOldPositions = clear;
+}
 
-SetPlacement PlaceSets(const std::vector<std::optional<std::int64_t>>& stored) {
+SetPlacement PlaceKeepingTheLongestRun(const std::vector<std::optional<std::int64_t>>& stored) {
   std::optional<std::int64_t> greatest;
   for (const auto& position : stored) {
     if (position && (!greatest || *position > *greatest)) greatest = position;
@@ -93,6 +120,14 @@ SetPlacement PlaceSets(const std::vector<std::optional<std::int64_t>>& stored) {
       start = end;
     }
   }
+  return placement;
+}
+
+}  // namespace
+
+SetPlacement PlaceSets(const std::vector<std::optional<std::int64_t>>& stored) {
+  SetPlacement placement = PlaceKeepingTheLongestRun(stored);
+  AvoidOldPositions(stored, placement);
   return placement;
 }
 

@@ -23,7 +23,8 @@ struct SetPlacement {
 // none when it is written anew. The kept sets of a longest increasing run of
 // positions stay; the others take the room between them (evenly spread);
 // where there is not enough room every set is placed anew, after the
-// greatest old position.
+// greatest old position. A moving set whose place is another's old position
+// takes the next free one where the room allows.
 SetPlacement PlaceSets(const std::vector<std::optional<std::int64_t>>& stored);
 
 }  // namespace hostlib::data

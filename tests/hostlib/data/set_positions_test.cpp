@@ -24,18 +24,30 @@ TEST(PlaceSetsTest, KeepsTheLongestIncreasingRunAndFillsTheRoomBetween) {
   };
   const std::int64_t big = std::numeric_limits<std::int64_t>::max();
   const std::vector<Case> cases = {
-      {"nothing", {}, {}, false},
-      {"unchanged", {0, kS, 2 * kS}, {0, kS, 2 * kS}, false},
+      {"nothing", {}, {}, true},
+      {"unchanged", {0, kS, 2 * kS}, {0, kS, 2 * kS}, true},
       {"new ones in the room",
        {kNone, kS, kNone, 2 * kS, kNone},
        {511, kS, 1536, 2 * kS, 3 * kS},
+       true},
+      {"one set moved", {0, 3 * kS, kS, 2 * kS}, {0, 512, kS, 2 * kS}, true},
+      {"spread evenly", {0, kNone, kNone, 9}, {0, 3, 6, 9}, true},
+      {"onto another's old position: the next free one",
+       {0, 30, 20, 40, 10},
+       {0, 11, 20, 40, 40 + kS},
+       true},
+      {"onto another's old position, no room to step aside",
+       {0, 5, 2, 6, 1},
+       {0, 1, 2, 6, 6 + kS},
        false},
-      {"one set moved", {0, 3 * kS, kS, 2 * kS}, {0, 512, kS, 2 * kS}, false},
-      {"spread evenly", {0, kNone, kNone, 9}, {0, 3, 6, 9}, false},
       {"no room: all anew after the greatest", {0, kNone, 1}, {2, 2 + kS, 2 + 2 * kS}, true},
       {"no room before the first", {2, 0, 1}, {3, 3 + kS, 3 + 2 * kS}, true},
-      {"all new", {kNone, kNone}, {kS - 1, 2 * kS - 1}, false},
-      {"no room after the greatest either", {big - 1, kNone, big}, {kS, 2 * kS, 3 * kS}, false},
+      {"all new", {kNone, kNone}, {kS - 1, 2 * kS - 1}, true},
+      {"no room after the greatest either", {big - 1, kNone, big}, {kS, 2 * kS, 3 * kS}, true},
+      {"all anew from the start, onto an old position: the next free one",
+       {big - 1, kNone, big, kS},
+       {kS + 1, 2 * kS, 3 * kS, 4 * kS},
+       true},
   };
   for (const Case& c : cases) {
     const SetPlacement placement = PlaceSets(c.stored);
