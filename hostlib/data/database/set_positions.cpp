@@ -55,15 +55,21 @@ SetPlacement PlaceAllAnew(std::size_t count, std::optional<std::int64_t> greates
 // moving set found one.
 void AvoidOldPositions(const std::vector<std::optional<std::int64_t>>& stored,
                        SetPlacement& placement) {
+  std::vector<std::int64_t>& positions = placement.positions;
+  placement.clearOfOldPositions = true;
+  const auto moves = [&](std::size_t i) { return stored[i] && *stored[i] != positions[i]; };
+  // Most saves move no kept set (one set added or changed): no index of the
+  // old positions then.
+  bool anyMoves = false;
+  for (std::size_t i = 0; i < positions.size() && !anyMoves; ++i) anyMoves = moves(i);
+  if (!anyMoves) return;
   std::unordered_set<std::int64_t> old;
   old.reserve(stored.size());
   for (const auto& position : stored) {
     if (position) old.insert(*position);
   }
-  std::vector<std::int64_t>& positions = placement.positions;
-  bool clear = true;
   for (std::size_t i = 0; i < positions.size(); ++i) {
-    if (!stored[i] || *stored[i] == positions[i] || old.count(positions[i]) == 0) continue;
+    if (!moves(i) || old.count(positions[i]) == 0) continue;
     const std::int64_t limit = i + 1 < positions.size() ? positions[i + 1] : kGreatest;
     std::int64_t free = positions[i] + 1;
     // Each step passes an old position in this set's own room: linear in all.
@@ -71,10 +77,9 @@ void AvoidOldPositions(const std::vector<std::optional<std::int64_t>>& stored,
     if (free < limit) {
       positions[i] = free;
     } else {
-      clear = false;
+      placement.clearOfOldPositions = false;
     }
   }
-  placement.clearOfOldPositions = clear;
 }
 
 SetPlacement PlaceKeepingTheLongestRun(const std::vector<std::optional<std::int64_t>>& stored) {
