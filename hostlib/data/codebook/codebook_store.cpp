@@ -17,19 +17,15 @@ CodebookFile::CodebookFile(fs::path path, files::Env& env) : path_(std::move(pat
 CodebookFile::~CodebookFile() = default;
 
 Dataset CodebookFile::Load() {
-  files::FileIdentity identity;
-  files::FileDescriptor source;
-  std::shared_ptr<const std::string> text = ReadPaddedFile(path_, identity, env_, &source);
-  CodebookText read = ReadCodebookText(text, path_.string());
+  auto source = std::make_shared<const SourceFile>(path_, env_);
+  CodebookText read = ReadCodebook(source);
   loaded_ = true;
-  text_ = std::move(text);
   source_ = std::move(source);
   setsPlace_ = read.place;
-  setsText_ = setsPlace_.present ? std::string(setsPlace_.value.Of(*text_)) : std::string();
+  setsText_ = std::move(read.setsText);
   storedSets_ = std::move(read.sets);
   topLevel_ = std::move(read.topLevel);
-  identity_ = identity;
-  sourceIdentity_ = identity;
+  identity_ = source_->Identity();
   return std::move(read.dataset);
 }
 
@@ -96,18 +92,18 @@ void CodebookFile::Save(const Dataset& dataset) {
       setsText = ",\n" + setsPlace_.indent + "\"" + kCodebookSetsKey + "\": " + setsText;
     }
   }
-  const std::string_view text(*text_);
   const std::size_t cutBegin = setsPlace_.present ? setsPlace_.value.begin : setsPlace_.insertAt;
   const std::size_t cutEnd = setsPlace_.present ? setsPlace_.value.end : setsPlace_.insertAt;
   try {
     files::AtomicFileWriter writer(path_, env_);
-    writer.AppendCopy(source_.Get(), path_, 0, cutBegin);
+    writer.AppendCopy(source_->Descriptor(), path_, 0, cutBegin);
     writer.Append(setsText);
-    writer.AppendCopy(source_.Get(), path_, static_cast<off_t>(cutEnd), text.size() - cutEnd);
+    writer.AppendCopy(source_->Descriptor(), path_, static_cast<off_t>(cutEnd),
+                      source_->Size() - cutEnd);
     // Someone who does not take the lock may have written into the file
     // read: its bytes then are no longer those the sets were spliced into.
     files::FileIdentity now;
-    if (!files::IdentifyFile(source_.Get(), now) || !(now == sourceIdentity_)) {
+    if (!files::IdentifyFile(source_->Descriptor(), now) || !(now == source_->Identity())) {
       throw DatasetError(path_.string() + ": not saved: the file changed while it was saved");
     }
     writer.Commit();
@@ -135,9 +131,10 @@ std::optional<std::map<std::string, std::string>> CodebookFile::TopLevelMembers(
   if (!loaded_) return DatasetStore::TopLevelMembers(keys);
   std::map<std::string, std::string> found;
   for (const json_spans::Member& member : topLevel_) {
-    const std::string key = json_spans::KeyText(*text_, member.key);
+    const std::string quoted = source_->Read(member.key);
+    const std::string key = json_spans::KeyText(quoted, {0, quoted.size()});
     if (std::find(keys.begin(), keys.end(), key) != keys.end()) {
-      found[key] = std::string(member.value.Of(*text_));
+      found[key] = source_->Read(member.value);
     }
   }
   return found;
@@ -146,7 +143,7 @@ std::optional<std::map<std::string, std::string>> CodebookFile::TopLevelMembers(
 DatasetContents CodebookFile::Export() {
   Dataset dataset = Load();
   auto descriptor =
-      std::make_shared<Descriptor>(Descriptor{ParseDescriptor(*text_, path_.string())});
+      std::make_shared<Descriptor>(Descriptor{ParseDescriptor(source_->ReadAll(), path_.string())});
   return {std::move(dataset), std::move(descriptor)};
 }
 

@@ -1,9 +1,10 @@
 // The codebook file as a dataset store (the format: descriptor.h).
 //
-// Load reads the file once and keeps its text: the dictionary is read from
-// it on demand (fast_reader.h). Save writes the text with only the value of
-// "multipleResponseSets" replaced (splice_writer.h), so every other byte is
-// written back as it was read: copied from the file read, which stays open.
+// Load reads the file once, in slices, and keeps it open: the dictionary
+// reads a field's bytes from it on demand (fast_reader.h). Save writes the
+// file with only the value of "multipleResponseSets" replaced
+// (splice_writer.h), so every other byte is written back as it was read:
+// copied from the file read.
 //
 // A command holds an flock on "<file>.lock" beside the file (beside the file
 // a symbolic link points at); the file is read anew when its inode, size or
@@ -46,17 +47,13 @@ class CodebookFile final : public DatasetStore {
   std::filesystem::path path_;
   files::Env& env_;
   bool loaded_ = false;
-  // The text as last loaded, shared with the dictionary read from it; the
-  // file holds it with the bytes at the set list's place replaced by
-  // setsText_.
-  std::shared_ptr<const std::string> text_;
-  // The file text_ was read from, open still after a save replaced it: a
-  // save copies the bytes it keeps from there (in the kernel, where it can).
-  files::FileDescriptor source_;
-  files::FileIdentity sourceIdentity_;
+  // The file last loaded, shared with the dictionary read from it and open
+  // still after a save replaced it: the file holds its bytes with those at
+  // the set list's place replaced by setsText_.
+  std::shared_ptr<const SourceFile> source_;
   SetsPlace setsPlace_;
   std::string setsText_;
-  std::vector<json_spans::Member> topLevel_;  // in text_
+  std::vector<json_spans::Member> topLevel_;  // in source_
   std::vector<VariableSet> storedSets_;       // the sets as the file holds them
   files::FileIdentity identity_;              // of the file last read or written
   files::FileLock lock_;

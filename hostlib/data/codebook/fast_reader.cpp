@@ -353,15 +353,6 @@ std::string RawExtras(std::string_view text, spans::Span entry, bool dichotomies
   return extras;
 }
 
-// The white space that begins the line of `pos`, when only white space
-// precedes it there.
-std::string IndentBefore(std::string_view text, std::size_t pos) {
-  std::size_t start = pos;
-  while (start > 0 && (text[start - 1] == ' ' || text[start - 1] == '\t')) --start;
-  if (start > 0 && text[start - 1] != '\n') return "";
-  return std::string(text.substr(start, pos - start));
-}
-
 // The sets' unknown keys, from the list's entries in the text.
 void KeepExtras(std::string_view text, spans::Span list, std::vector<VariableSet>& sets) {
   const std::vector<spans::Span> entries = spans::ArrayElements(text, list);
@@ -376,13 +367,13 @@ SetsPlace LocateSets(std::string_view view, std::vector<VariableSet>& sets) {
   const std::vector<spans::Member> members =
       spans::ObjectMembers(view, {rootBegin, spans::SkipValue(view, rootBegin)});
   SetsPlace place;
-  place.indent = members.empty() ? "  " : IndentBefore(view, members.front().key.begin);
+  place.indent = members.empty() ? "  " : spans::IndentBefore(view, members.front().key.begin);
   // A repeated key counts as its last value; that is the one replaced.
   for (const spans::Member& member : members) {
     if (spans::KeyText(view, member.key) == kCodebookSetsKey) {
       place.present = true;
       place.value = member.value;
-      place.indent = IndentBefore(view, member.key.begin);
+      place.indent = spans::IndentBefore(view, member.key.begin);
     }
   }
   place.insertAt = members.empty() ? view.find('{') + 1 : members.back().value.end;
@@ -395,26 +386,52 @@ DescriptorContents ReadCarefully(const std::string& text, const std::string& fil
   return ReadDescriptor(ParseDescriptor(text, file), file);
 }
 
-// ---- the dictionary read from the text on demand ----------------------------
+// ---- the dictionary read from the file on demand ---------------------------
 
-// A field as the open found it: its object's bytes and its name.
-struct FieldEntry {
-  std::size_t begin = 0;
-  std::size_t end = 0;
-  std::string_view name;  // in the text, or in the names that held escapes
-};
+// A name folded as FoldName folds it; a short ASCII name (the usual one) in
+// `buffer`, without allocating, any other in `other`.
+constexpr std::size_t kShortName = 64;
+std::string_view Folded(std::string_view name, std::array<char, kShortName>& buffer,
+                        std::string& other) {
+  const bool ascii = std::all_of(name.begin(), name.end(),
+                                 [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  if (!ascii || name.size() > buffer.size()) return other = FoldName(name);
+  std::transform(name.begin(), name.end(), buffer.begin(), [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  });
+  return {buffer.data(), name.size()};
+}
 
-// The fields of a codebook text, each parsed from its own bytes when first
-// asked for. The names are indexed at open, by the hash of their folded
-// text (open addressing: one number per field, no object per name).
+std::uint32_t HashOf(std::string_view folded) {
+  return static_cast<std::uint32_t>(std::hash<std::string_view>{}(folded));
+}
+
+// Sorts keys by their upper 32 bits, keeping the order of equal ones: four
+// passes of a radix sort, each reading and writing the keys once.
+void SortByUpperHalf(std::vector<std::uint64_t>& keys) {
+  std::vector<std::uint64_t> sorted(keys.size());
+  for (unsigned shift = 32; shift < 64; shift += 8) {
+    std::array<std::size_t, 256> starts{};
+    for (const std::uint64_t key : keys) ++starts[(key >> shift) & 0xFF];
+    std::size_t total = 0;
+    for (std::size_t& start : starts) total += std::exchange(start, total);
+    for (const std::uint64_t key : keys) sorted[starts[(key >> shift) & 0xFF]++] = key;
+    keys.swap(sorted);
+  }
+}
+
+// The fields of a codebook file, each parsed from its own bytes when first
+// asked for. The names are indexed at open by the hash of their folded text:
+// one number per field (its hash and its index), sorted, so that a name is
+// found by binary search and two names that fold alike sit side by side.
 class CodebookDictionary final : public DictionarySource {
  public:
-  CodebookDictionary(std::shared_ptr<const std::string> text, std::string file,
-                     std::vector<FieldEntry> entries, std::deque<std::string> escapedNames)
-      : text_(std::move(text)),
-        file_(std::move(file)),
+  CodebookDictionary(std::shared_ptr<const SourceFile> source, std::vector<FieldEntry> entries,
+                     std::string names)
+      : source_(std::move(source)),
+        file_(source_->Path().string()),
         entries_(std::move(entries)),
-        escapedNames_(std::move(escapedNames)) {
+        names_(std::move(names)) {
     BuildIndex();
     if (parser_.allocate(4096, kMaxJsonNesting - 1) != simdjson::SUCCESS) throw std::bad_alloc();
   }
@@ -423,83 +440,78 @@ class CodebookDictionary final : public DictionarySource {
 
   int FindFolded(std::string_view folded) const override {
     const std::uint32_t hash = HashOf(folded);
-    for (std::size_t slot = hash & mask_;; slot = (slot + 1) & mask_) {
-      const std::uint32_t entry = slots_[slot];
-      if (entry == 0) return -1;
-      if (hashes_[entry - 1] == hash && FoldName(entries_[entry - 1].name) == folded) {
-        return static_cast<int>(entry - 1);
-      }
+    auto it = std::lower_bound(keys_.begin(), keys_.end(), std::uint64_t{hash} << 32);
+    for (; it != keys_.end() && (*it >> 32) == hash; ++it) {
+      const auto index = static_cast<std::size_t>(*it & 0xFFFFFFFF);
+      std::array<char, kShortName> buffer{};
+      std::string long_;
+      if (Folded(NameOf(index), buffer, long_) == folded) return static_cast<int>(index);
     }
+    return -1;
   }
 
   VORN_Variable Read(int index) const override {
     const auto at = static_cast<std::size_t>(index);
     const FieldEntry& entry = entries_.at(at);
+    const std::string bytes = source_->Read({entry.begin, entry.end});
     Element element;
-    // The text keeps spare bytes past its end, so any span of it can be parsed in place.
-    if (parser_.parse(text_->data() + entry.begin, entry.end - entry.begin, false).get(element) !=
-        simdjson::SUCCESS) {
+    // The bytes are read with the spare capacity the parser reads past them.
+    if (parser_.parse(bytes.data(), bytes.size(), false).get(element) != simdjson::SUCCESS) {
       // The general reader names the fault's line and column (or holds a
       // number the fast parser cannot).
-      return ReadCarefully(*text_, file_).variables.at(at);
+      return ReadCarefully(source_->ReadAll(), file_).variables.at(at);
     }
     return DocumentReader(file_).ReadField(element, at);
   }
 
  private:
-  static std::uint32_t HashOf(std::string_view folded) {
-    return static_cast<std::uint32_t>(std::hash<std::string_view>{}(folded));
+  std::string_view NameOf(std::size_t index) const {
+    const FieldEntry& entry = entries_[index];
+    return std::string_view(names_).substr(entry.nameBegin, entry.nameSize);
   }
 
-  static constexpr std::size_t kShortName = 64;
-
-  // The name folded: a short ASCII name (the usual one) in `buffer`, as
-  // FoldName folds it, without allocating; any other in `other`.
-  static std::string_view Folded(std::string_view name, std::array<char, kShortName>& buffer,
-                                 std::string& other) {
-    const bool ascii = std::all_of(name.begin(), name.end(),
-                                   [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-    if (!ascii || name.size() > buffer.size()) return other = FoldName(name);
-    std::transform(name.begin(), name.end(), buffer.begin(), [](char c) {
-      return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    });
-    return {buffer.data(), name.size()};
-  }
-
-  // Refuses two names that fold alike, as the first field read in full would.
+  // Refuses two names that fold alike, as the first field read in full
+  // would: the first field whose name folds as an earlier one's.
   void BuildIndex() {
-    std::size_t size = 16;
-    while (size < entries_.size() * 2) size *= 2;
-    slots_.assign(size, 0);
-    mask_ = size - 1;
-    hashes_.reserve(entries_.size());
+    keys_.resize(entries_.size());
     for (std::size_t i = 0; i < entries_.size(); ++i) {
       std::array<char, kShortName> buffer{};
       std::string long_;
-      const std::string_view folded = Folded(entries_[i].name, buffer, long_);
-      hashes_.push_back(HashOf(folded));
-      if (const int first = FindFolded(folded); first >= 0) {
-        const auto firstIndex = static_cast<std::size_t>(first);
-        DocumentReader(file_).FailDuplicateField(i, entries_[i].name, firstIndex,
-                                                 entries_[firstIndex].name);
+      keys_[i] = std::uint64_t{HashOf(Folded(NameOf(i), buffer, long_))} << 32 | i;
+    }
+    SortByUpperHalf(keys_);
+    std::size_t duplicate = entries_.size();
+    std::size_t first = 0;
+    for (std::size_t group = 0; group < keys_.size();) {
+      std::size_t next = group + 1;
+      while (next < keys_.size() && (keys_[next] >> 32) == (keys_[group] >> 32)) ++next;
+      // Within a group the fields keep their order.
+      for (std::size_t a = group + 1; a < next; ++a) {
+        const auto later = static_cast<std::size_t>(keys_[a] & 0xFFFFFFFF);
+        for (std::size_t b = group; b < a && later < duplicate; ++b) {
+          const auto earlier = static_cast<std::size_t>(keys_[b] & 0xFFFFFFFF);
+          if (FoldName(NameOf(earlier)) == FoldName(NameOf(later))) {
+            duplicate = later;
+            first = earlier;
+          }
+        }
       }
-      std::size_t slot = hashes_.back() & mask_;
-      while (slots_[slot] != 0) slot = (slot + 1) & mask_;
-      slots_[slot] = static_cast<std::uint32_t>(i + 1);
+      group = next;
+    }
+    if (duplicate < entries_.size()) {
+      DocumentReader(file_).FailDuplicateField(duplicate, NameOf(duplicate), first, NameOf(first));
     }
   }
 
-  std::shared_ptr<const std::string> text_;
+  std::shared_ptr<const SourceFile> source_;
   std::string file_;
   std::vector<FieldEntry> entries_;
-  std::deque<std::string> escapedNames_;
-  std::vector<std::uint32_t> hashes_;  // of each field's folded name
-  std::vector<std::uint32_t> slots_;   // a field's index + 1; 0 for none
-  std::size_t mask_ = 0;
+  std::string names_;
+  std::vector<std::uint64_t> keys_;  // a folded name's hash << 32 | its field's index
   mutable simdjson::dom::parser parser_;
 };
 
-// ---- the open: one pass of the On-Demand parser ------------------------------
+// ---- the open ------------------------------------------------------------------
 
 namespace ondemand = simdjson::ondemand;
 
@@ -514,43 +526,15 @@ void AdviseHugePages(char* data, std::size_t size) {
 }
 
 // The parser's index of the text's structure grows with the text and is
-// written once, page by page. simdjson keeps it private; it is reached
-// through the parser's implementation (an explicit instantiation may name a
-// private member) to ask for huge pages, which cost a fraction of the faults.
-using ParserImplementation = std::unique_ptr<simdjson::internal::dom_parser_implementation>;
-ParserImplementation& ImplementationOf(ondemand::parser& parser);
-
-template <ParserImplementation ondemand::parser::*kMember>
-struct ImplementationAccess {
-  friend ParserImplementation& ImplementationOf(ondemand::parser& parser) {
-    return parser.*kMember;
-  }
-};
-template struct ImplementationAccess<&ondemand::parser::implementation>;
-
+// written once, page by page.
 void AdviseHugeIndex(simdjson::internal::dom_parser_implementation& implementation) {
   constexpr std::size_t kSpareEntries = 64 + 2 + 7;  // as simdjson sizes it
   AdviseHugePages(reinterpret_cast<char*>(implementation.structural_indexes.get()),
                   (implementation.capacity() + kSpareEntries) * sizeof(std::uint32_t));
 }
 
-struct Scan {
-  std::vector<FieldEntry> fields;
-  std::deque<std::string> escapedNames;
-  bool fieldsPresent = false;
-  bool fieldsAnArray = false;
-  std::size_t fieldsKeyBegin = 0;
-  bool anyMember = false;
-  std::size_t firstKeyBegin = 0;
-  std::size_t lastValueEnd = 0;
-  bool setsPresent = false;
-  std::size_t setsKeyBegin = 0;
-  spans::Span setsValue;
-  std::vector<spans::Member> topLevel;
-};
-
-// Whether a top-level or field key is `wanted`: compared on the raw bytes,
-// unescaped only when the key holds an escape.
+// Whether a top-level key is `wanted`: compared on the raw bytes, unescaped
+// only when the key holds an escape.
 bool KeyIs(ondemand::field& field, std::string_view wanted, bool& failed) {
   const char* raw = field.key().raw();
   std::size_t length = 0;
@@ -561,233 +545,40 @@ bool KeyIs(ondemand::field& field, std::string_view wanted, bool& failed) {
   return !failed && key == wanted;
 }
 
-class Scanner {
- public:
-  Scanner(const std::string& text, const DocumentReader& reader) : text_(text), reader_(reader) {}
-
-  // False where the parser refuses the text: the careful reader then names
-  // the fault. Throws DatasetError for a field that is no object or whose
-  // name is faulty.
-  bool Run(Scan& scan) {
-    if (parser_.allocate(text_.size(), kMaxJsonNesting - 1) != simdjson::SUCCESS) return false;
-    AdviseHugeIndex(*ImplementationOf(parser_));
-    if (parser_.iterate(text_.data(), text_.size(), text_.capacity()).get(doc_) !=
-        simdjson::SUCCESS) {
-      return false;
-    }
-    ondemand::object root;
-    if (doc_.get_object().get(root) != simdjson::SUCCESS) return false;
-    for (auto member : root) {
-      if (member.error() != simdjson::SUCCESS) return false;
-      ondemand::field field = member.value_unsafe();
-      const std::size_t keyBegin = OffsetOf(field.key().raw()) - 1;
-      bool failed = false;
-      const bool isFields = KeyIs(field, kCodebookFieldsKey, failed);
-      const bool isSets = !failed && !isFields && KeyIs(field, kCodebookSetsKey, failed);
-      if (failed) return false;
-      if (!scan.anyMember) scan.firstKeyBegin = keyBegin;
-      scan.anyMember = true;
-      ondemand::value value = field.value();
-      const std::string_view token = value.raw_json_token();
-      ondemand::json_type type{};
-      if (value.type().get(type) != simdjson::SUCCESS) return false;
-      const std::size_t valueBegin = OffsetOf(token.data());
-      if (isFields) {
-        scan.fieldsPresent = true;
-        scan.fieldsKeyBegin = keyBegin;
-        scan.fieldsAnArray = type == ondemand::json_type::array;
-        scan.fields.clear();
-        scan.escapedNames.clear();
-        ReserveFields(value, scan.fields);
-      }
-      if (isFields && scan.fieldsAnArray) {
-        if (!ScanFields(value, scan)) return false;
-        const char* next = nullptr;
-        if (doc_.current_location().get(next) != simdjson::SUCCESS) return false;
-        scan.lastValueEnd = EndBefore(next);
-      } else {
-        scan.lastValueEnd = spans::SkipValue(text_, valueBegin);
-      }
-      scan.topLevel.push_back(
-          {{keyBegin, spans::SkipValue(text_, keyBegin)}, {valueBegin, scan.lastValueEnd}});
-      if (isSets) {
-        scan.setsPresent = true;
-        scan.setsKeyBegin = keyBegin;
-        scan.setsValue = {valueBegin, scan.lastValueEnd};
-      }
-    }
-    // Nothing but white space after the top level.
-    const char* next = nullptr;
-    return doc_.current_location().get(next) == simdjson::OUT_OF_BOUNDS;
-  }
-
- private:
-  std::size_t OffsetOf(const char* at) const { return static_cast<std::size_t>(at - text_.data()); }
-
-  // The end of the value whose next token is at `next`.
-  std::size_t EndBefore(const char* next) const {
-    std::size_t end = OffsetOf(next);
-    while (end > 0 && (text_[end - 1] == ' ' || text_[end - 1] == '\n' || text_[end - 1] == '\r' ||
-                       text_[end - 1] == '\t')) {
-      --end;
-    }
-    return end;
-  }
-
-  // Room for as many fields as the list's bytes can hold, so that the list
-  // never moves as it grows; only the pages it fills are touched.
-  void ReserveFields(ondemand::value& value, std::vector<FieldEntry>& fields) const {
-    constexpr std::size_t kLeastFieldBytes = 12;  // {"name":"x"},
-    const std::size_t begin = OffsetOf(value.raw_json_token().data());
-    try {
-      fields.reserve((text_.size() - begin) / kLeastFieldBytes + 1);
-    } catch (const std::bad_alloc&) {
-      return;  // a system that grants no such room: the list grows as it goes
-    }
-    AdviseHugePages(reinterpret_cast<char*>(fields.data()), fields.capacity() * sizeof(FieldEntry));
-  }
-
-  bool ScanFields(ondemand::value& value, Scan& scan) {
-    ondemand::array list;
-    if (value.get_array().get(list) != simdjson::SUCCESS) return false;
-    std::size_t index = 0;
-    for (auto element : list) {
-      ondemand::value field;
-      ondemand::json_type type{};
-      if (element.get(field) != simdjson::SUCCESS || field.type().get(type) != simdjson::SUCCESS) {
-        return false;
-      }
-      const std::string_view token = field.raw_json_token();
-      if (type != ondemand::json_type::object) reader_.CheckField(index, false, false, {});
-      FieldEntry entry;
-      entry.begin = OffsetOf(token.data());
-      bool hasName = false;
-      bool escaped = false;
-      std::optional<std::string_view> name;
-      ondemand::object object;
-      if (field.get_object().get(object) != simdjson::SUCCESS) return false;
-      for (auto member : object) {
-        if (member.error() != simdjson::SUCCESS) return false;
-        ondemand::field key = member.value_unsafe();
-        bool failed = false;
-        if (!KeyIs(key, "name", failed)) {
-          if (failed) return false;
-          continue;
-        }
-        hasName = true;
-        name.reset();
-        ondemand::value nameValue = key.value();
-        if (nameValue.type().get(type) != simdjson::SUCCESS) return false;
-        if (type != ondemand::json_type::string) continue;
-        const std::string_view raw = nameValue.raw_json_token();
-        std::string_view text;
-        if (nameValue.get_string().get(text) != simdjson::SUCCESS) return false;
-        // Without escapes the name is its bytes in the text.
-        escaped = raw.size() < text.size() + 2 || raw.substr(1, text.size()) != text ||
-                  raw[text.size() + 1] != '"';
-        name = escaped ? text : raw.substr(1, text.size());
-      }
-      const char* next = nullptr;
-      if (doc_.current_location().get(next) != simdjson::SUCCESS) return false;
-      entry.end = EndBefore(next);
-      reader_.CheckField(index, true, hasName, name);
-      if (escaped) {
-        scan.escapedNames.emplace_back(*name);
-        name = scan.escapedNames.back();
-      }
-      entry.name = *name;
-      scan.fields.push_back(entry);
-      ++index;
-    }
-    return true;
-  }
-
-  const std::string& text_;
-  const DocumentReader& reader_;
-  ondemand::parser parser_;
-  ondemand::document doc_;
-};
-
-// The scan reads only the values it needs and skips the others by their
-// brackets; they must still be JSON within the nesting limit. Each top-level
-// value (the set list is parsed whole when it is read) and the fields in
-// slices of about a megabyte are parsed again, so that the parser's memory
-// stays small and is reused.
-bool SkippedValuesAreJson(const std::string& text, const Scan& scan) {
-  constexpr std::size_t kSlice = std::size_t{1} << 20;
-  // A top-level value, and a slice of the field list, sit two levels down.
-  simdjson::dom::parser parser;
-  if (parser.allocate(kSlice, kMaxJsonNesting - 2) != simdjson::SUCCESS) return false;
-  simdjson::dom::element element;
-  std::string slice;
-  const auto parses = [&](const char* json, std::size_t size) {
-    if (size > parser.capacity() &&
-        parser.allocate(size, kMaxJsonNesting - 2) != simdjson::SUCCESS) {
-      return false;
-    }
-    return parser.parse(json, size, false).get(element) == simdjson::SUCCESS;
-  };
-  for (const spans::Member& member : scan.topLevel) {
-    if (scan.setsPresent && member.value.begin == scan.setsValue.begin) continue;
-    if (!scan.fieldsAnArray || member.key.begin != scan.fieldsKeyBegin) {
-      if (!parses(text.data() + member.value.begin, member.value.end - member.value.begin)) {
-        return false;
-      }
-      continue;
-    }
-    for (std::size_t first = 0; first < scan.fields.size();) {
-      std::size_t last = first;
-      while (last + 1 < scan.fields.size() &&
-             scan.fields[last + 1].end - scan.fields[first].begin <= kSlice) {
-        ++last;
-      }
-      const std::string_view elements(text.data() + scan.fields[first].begin,
-                                      scan.fields[last].end - scan.fields[first].begin);
-      slice.clear();
-      slice.reserve(elements.size() + 2 + simdjson::SIMDJSON_PADDING);
-      slice.append(1, '[').append(elements).append(1, ']');
-      if (!parses(slice.data(), slice.size())) return false;
-      first = last + 1;
-    }
-  }
-  return true;
-}
-
-// The set list from its bytes; false where the fast parser refuses them.
-bool ReadSetList(const std::string& text, spans::Span list, const DocumentReader& reader,
+// The set list from its bytes (with spare capacity for the parser); false
+// where the fast parser refuses them.
+bool ReadSetList(const std::string& list, const DocumentReader& reader,
                  std::vector<VariableSet>& sets) {
   simdjson::dom::parser parser;
   Element element;
-  if (parser.allocate(list.end - list.begin, kMaxJsonNesting - 2) != simdjson::SUCCESS) {
-    return false;
-  }
+  if (parser.allocate(list.size(), kMaxJsonNesting - 2) != simdjson::SUCCESS) return false;
   AdviseHugeIndex(*parser.implementation);
-  if (parser.parse(text.data() + list.begin, list.end - list.begin, false).get(element) !=
-      simdjson::SUCCESS) {
+  if (parser.parse(list.data(), list.size(), false).get(element) != simdjson::SUCCESS) {
     return false;
   }
   sets = reader.ReadSetList(element);
   return true;
 }
 
-SetsPlace PlaceOf(std::string_view text, const Scan& scan) {
+SetsPlace PlaceOf(const SliceScan& scan) {
   SetsPlace place;
-  place.indent = scan.anyMember ? IndentBefore(text, scan.firstKeyBegin) : "  ";
+  place.indent = scan.anyMember ? scan.firstKeyIndent : "  ";
   if (scan.setsPresent) {
     place.present = true;
     place.value = scan.setsValue;
-    place.indent = IndentBefore(text, scan.setsKeyBegin);
+    place.indent = scan.setsKeyIndent;
   }
-  place.insertAt = scan.anyMember ? scan.lastValueEnd : text.find('{') + 1;
+  place.insertAt = scan.anyMember ? scan.lastValueEnd : scan.rootBegin + 1;
   return place;
 }
 
-CodebookText ReadWhole(const std::shared_ptr<const std::string>& text, const std::string& file) {
-  DescriptorContents contents = ReadCarefully(*text, file);
+CodebookText ReadWhole(const std::string& text, const std::string& file) {
+  DescriptorContents contents = ReadCarefully(text, file);
   CodebookText result;
-  result.place = LocateSets(*text, contents.sets);
-  const std::size_t rootBegin = spans::SkipWhitespace(*text, 0);
-  result.topLevel = spans::ObjectMembers(*text, {rootBegin, spans::SkipValue(*text, rootBegin)});
+  result.place = LocateSets(text, contents.sets);
+  if (result.place.present) result.setsText = result.place.value.Of(text);
+  const std::size_t rootBegin = spans::SkipWhitespace(text, 0);
+  result.topLevel = spans::ObjectMembers(text, {rootBegin, spans::SkipValue(text, rootBegin)});
   result.sets = contents.sets;
   result.dataset = Dataset(std::move(contents.variables), std::move(contents.sets));
   return result;
@@ -796,40 +587,6 @@ CodebookText ReadWhole(const std::shared_ptr<const std::string>& text, const std
 }  // namespace
 
 static_assert(kReadPadding >= simdjson::SIMDJSON_PADDING);
-
-// The whole file in one read, with the spare bytes the fast parser reads
-// past the end.
-std::shared_ptr<std::string> ReadPaddedFile(const std::filesystem::path& path,
-                                            files::FileIdentity& identity, files::Env& env,
-                                            files::FileDescriptor* source) {
-  const auto fail = [&path](int error) {
-    throw DatasetError(path.string() + ": cannot be read: " + std::strerror(error));
-  };
-  files::FileDescriptor fd(env.Open(path, O_RDONLY));
-  if (!fd) fail(errno);
-  struct stat info {};
-  if (::fstat(fd.Get(), &info) != 0) fail(errno);
-  identity = {info.st_dev, info.st_ino, info.st_size, info.st_mtim};
-  auto text = std::make_shared<std::string>();
-  text->reserve(static_cast<std::size_t>(info.st_size) + kReadPadding);
-  AdviseHugePages(text->data(), text->capacity());
-  // In pieces through a small buffer, so that the text's pages are written
-  // once, by the copy (sizing the text first would write them twice).
-  std::vector<char> piece(std::size_t{1} << 18);
-  for (;;) {
-    const ssize_t count = env.Read(fd.Get(), path, piece.data(), piece.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) fail(errno);
-    if (count == 0) break;
-    const auto length = static_cast<std::size_t>(count);
-    if (text->capacity() < text->size() + length + kReadPadding) {
-      text->reserve(2 * (text->size() + length) + kReadPadding);  // the file grew meanwhile
-    }
-    text->append(piece.data(), length);
-  }
-  if (source != nullptr) *source = std::move(fd);
-  return text;
-}
 
 std::optional<std::map<std::string, std::string>> ReadTopLevelMembers(
     const std::filesystem::path& path, const std::vector<std::string>& keys) {
@@ -842,10 +599,9 @@ std::optional<std::map<std::string, std::string>> ReadTopLevelMembers(
       return std::nullopt;
     }
   }
-  files::FileIdentity identity;
-  std::shared_ptr<const std::string> text;
+  std::optional<std::string> text;
   try {
-    text = ReadPaddedFile(path, identity, files::DefaultEnv());
+    text = SourceFile(path, files::DefaultEnv()).ReadAll();
   } catch (const DatasetError&) {
     return std::nullopt;
   }
@@ -878,29 +634,29 @@ std::optional<std::map<std::string, std::string>> ReadTopLevelMembers(
   return found;
 }
 
-CodebookText ReadCodebookText(std::shared_ptr<const std::string> text, const std::string& file) {
-  if (text->capacity() < text->size() + kReadPadding) {
-    auto padded = std::make_shared<std::string>();
-    padded->reserve(text->size() + kReadPadding);
-    padded->append(*text);
-    text = std::move(padded);
-  }
+CodebookText ReadCodebook(std::shared_ptr<const SourceFile> source) {
+  const std::string file = source->Path().string();
   const DocumentReader reader(file);
-  Scan scan;
-  if (!Scanner(*text, reader).Run(scan) || !SkippedValuesAreJson(*text, scan)) {
-    return ReadWhole(text, file);
+  SliceScan scan;
+  if (!ScanInSlices(*source, scan)) return ReadWhole(source->ReadAll(), file);
+  if (scan.fieldFault) {
+    const FieldFault& fault = *scan.fieldFault;
+    reader.CheckField(fault.index, fault.isObject, fault.hasName, fault.name);
   }
   if (!scan.fieldsPresent) reader.FailAt(kCodebookFieldsKey, "is missing");
   if (!scan.fieldsAnArray) reader.FailAt(kCodebookFieldsKey, "must be an array");
   CodebookText result;
-  result.place = PlaceOf(*text, scan);
+  result.place = PlaceOf(scan);
   result.topLevel = std::move(scan.topLevel);
   if (scan.setsPresent) {
-    if (!ReadSetList(*text, scan.setsValue, reader, result.sets)) return ReadWhole(text, file);
-    KeepExtras(*text, scan.setsValue, result.sets);
+    result.setsText = source->Read(scan.setsValue);
+    if (!ReadSetList(result.setsText, reader, result.sets)) {
+      return ReadWhole(source->ReadAll(), file);
+    }
+    KeepExtras(result.setsText, {0, result.setsText.size()}, result.sets);
   }
-  auto dictionary = std::make_shared<const CodebookDictionary>(text, file, std::move(scan.fields),
-                                                               std::move(scan.escapedNames));
+  auto dictionary = std::make_shared<const CodebookDictionary>(
+      std::move(source), std::move(scan.fields), std::move(scan.names));
   result.dataset = Dataset(std::move(dictionary), result.sets);
   return result;
 }

@@ -191,4 +191,11 @@ std::string KeyText(std::string_view text, Span key) {
   return nlohmann::json::parse(quoted).get<std::string>();
 }
 
+std::string IndentBefore(std::string_view text, std::size_t pos) {
+  std::size_t start = pos;
+  while (start > 0 && (text[start - 1] == ' ' || text[start - 1] == '\t')) --start;
+  if (start > 0 && text[start - 1] != '\n') return "";
+  return std::string(text.substr(start, pos - start));
+}
+
 }  // namespace hostlib::data::json_spans

@@ -32,6 +32,10 @@ std::vector<Span> ArrayElements(std::string_view text, Span value);
 // The value's bytes without the white space between its tokens.
 std::string Minified(std::string_view text, Span value);
 
+// The white space that begins the line of `pos`, when only white space
+// precedes it there; "" otherwise.
+std::string IndentBefore(std::string_view text, std::size_t pos);
+
 // The key's text without quotes, escapes resolved.
 std::string KeyText(std::string_view text, Span key);
 

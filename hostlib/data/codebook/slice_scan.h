@@ -1,0 +1,72 @@
+// The open's pass over a codebook file, in slices of about a megabyte read
+// into one buffer: memory stays small and warm whatever the file's size.
+//
+// Each slice is cut where no string is open (after its last line end, else
+// before the quote of the string it would cut) and simdjson's first stage
+// finds its structure. A walk of that structure finds where each top-level
+// member and each element of a top-level list begins and ends. Then every
+// value is parsed in full by simdjson (a slice's elements of a list as one
+// array), so the whole text is checked as JSON, and of each field the walk
+// keeps its bytes' place and its name. The set list is left to its reader,
+// which parses it whole.
+//
+// What the walk does not expect (a key with an escape, a root that is not
+// an object, text the parser refuses) ends the pass with no result: the
+// caller then reads the file whole, which names the fault.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "hostlib/data/codebook/json_spans.h"
+#include "hostlib/data/codebook/source_file.h"
+
+namespace hostlib::data {
+
+// A field as the open found it: its bytes' place in the file and its name.
+struct FieldEntry {
+  std::size_t begin = 0;
+  std::size_t end = 0;
+  std::size_t nameBegin = 0;  // in SliceScan::names
+  std::size_t nameSize = 0;
+};
+
+// The first field the open refuses: one that is no object, or whose name is
+// missing, no string, empty or holds a NUL.
+struct FieldFault {
+  std::size_t index = 0;
+  bool isObject = false;
+  bool hasName = false;
+  std::optional<std::string> name;  // the last "name", when a string
+};
+
+struct SliceScan {
+  bool anyMember = false;
+  std::size_t rootBegin = 0;  // the root's "{"
+  std::string firstKeyIndent;
+  std::size_t lastValueEnd = 0;  // of the top level's last member
+  std::vector<json_spans::Member> topLevel;
+
+  bool fieldsPresent = false;
+  bool fieldsAnArray = false;
+  std::vector<FieldEntry> fields;  // of the last list of fields
+  std::string names;               // the fields' names, one after another
+  std::optional<FieldFault> fieldFault;
+
+  bool setsPresent = false;  // the last set list
+  std::string setsKeyIndent;
+  json_spans::Span setsValue;
+
+  std::string_view NameOf(const FieldEntry& field) const {
+    return std::string_view(names).substr(field.nameBegin, field.nameSize);
+  }
+};
+
+// False where the text is no JSON object the walk can follow; the scan then
+// holds nothing of use. Throws DatasetError when the file cannot be read.
+bool ScanInSlices(const SourceFile& source, SliceScan& scan);
+
+}  // namespace hostlib::data
