@@ -17,8 +17,6 @@ namespace {
 namespace spans = json_spans;
 using Element = simdjson::dom::element;
 
-constexpr std::size_t kSlice = std::size_t{1} << 20;
-
 // Where the walk is, in the grammar of the top level and its lists.
 enum class State {
   kRoot,          // before the root's "{"
@@ -77,8 +75,8 @@ class SliceScanner {
  public:
   SliceScanner(const SourceFile& source, SliceScan& scan) : source_(source), scan_(scan) {}
 
-  bool Run() {
-    std::size_t capacity = std::min(kSlice, std::max<std::size_t>(source_.Size(), 1));
+  bool Run(std::size_t sliceSize) {
+    std::size_t capacity = std::min(sliceSize, std::max<std::size_t>(source_.Size(), 1));
     if (!Allocate(capacity)) return false;
     while (resume_ < source_.Size()) {
       const std::size_t before = resume_;
@@ -88,7 +86,10 @@ class SliceScanner {
       // Nothing in the slice was complete: a value larger than the slice.
       if (atEnd || !Allocate(capacity *= 2)) return false;
     }
-    return state_ == State::kEnd;
+    if (state_ != State::kEnd) return false;
+    if (scan_.anyMember) scan_.firstKeyIndent = IndentBefore(firstKeyBegin_);
+    if (scan_.setsPresent) scan_.setsKeyIndent = IndentBefore(setsKeyBegin_);
+    return true;
   }
 
  private:
@@ -281,16 +282,23 @@ class SliceScanner {
     key_ = key == kCodebookFieldsKey ? Key::kFields
            : key == kCodebookSetsKey ? Key::kSets
                                      : Key::kOther;
-    // The slice begins after a structural character, never after a line
-    // end: a key at its start has no line of its own.
-    const std::string indent = spans::IndentBefore(std::string_view(text, cut), at);
-    if (!scan_.anyMember) scan_.firstKeyIndent = indent;
+    if (!scan_.anyMember) firstKeyBegin_ = member_.key.begin;
     scan_.anyMember = true;
     if (key_ == Key::kSets) {
       scan_.setsPresent = true;
-      scan_.setsKeyIndent = indent;
+      setsKeyBegin_ = member_.key.begin;
     }
     return true;
+  }
+
+  // The white space that begins the line of the key at `place`; "" for a
+  // key after other tokens on its line (or after an indent beyond reason).
+  std::string IndentBefore(std::size_t place) const {
+    constexpr std::size_t kLongestIndent = 4096;
+    const std::size_t begin = place > kLongestIndent ? place - kLongestIndent : 0;
+    const std::string before = source_.Read({begin, place});
+    const std::string indent = spans::IndentBefore(before, before.size());
+    return begin > 0 && indent.size() == before.size() ? std::string() : indent;
   }
 
   bool ValueIsJson(const char* text) {
@@ -383,13 +391,15 @@ class SliceScanner {
   spans::Member member_;
   Key key_ = Key::kOther;
   bool inList_ = false;
+  std::size_t firstKeyBegin_ = 0;
+  std::size_t setsKeyBegin_ = 0;
   std::vector<std::pair<std::size_t, std::size_t>> batch_;  // complete elements in the slice
 };
 
 }  // namespace
 
-bool ScanInSlices(const SourceFile& source, SliceScan& scan) {
-  return SliceScanner(source, scan).Run();
+bool ScanInSlices(const SourceFile& source, SliceScan& scan, std::size_t sliceSize) {
+  return SliceScanner(source, scan).Run(std::max<std::size_t>(sliceSize, 1));
 }
 
 }  // namespace hostlib::data

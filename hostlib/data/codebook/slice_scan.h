@@ -65,8 +65,11 @@ struct SliceScan {
   }
 };
 
+inline constexpr std::size_t kSliceSize = std::size_t{1} << 20;
+
 // False where the text is no JSON object the walk can follow; the scan then
 // holds nothing of use. Throws DatasetError when the file cannot be read.
-bool ScanInSlices(const SourceFile& source, SliceScan& scan);
+// A slice grows past `sliceSize` only to hold a value that does not fit.
+bool ScanInSlices(const SourceFile& source, SliceScan& scan, std::size_t sliceSize = kSliceSize);
 
 }  // namespace hostlib::data
