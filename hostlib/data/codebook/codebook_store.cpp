@@ -22,7 +22,7 @@ Dataset CodebookFile::Load() {
   loaded_ = true;
   source_ = std::move(source);
   setsPlace_ = read.place;
-  setsText_ = std::move(read.setsText);
+  setsSize_ = setsPlace_.value.end - setsPlace_.value.begin;
   storedSets_ = std::move(read.sets);
   topLevel_ = std::move(read.topLevel);
   identity_ = source_->Identity();
@@ -83,11 +83,11 @@ void CodebookFile::Save(const Dataset& dataset) {
   // The file is the text read with the bytes at the set list's place
   // replaced; only those are made anew.
   const std::vector<VariableSet>& sets = dataset.MultipleResponseSets();
-  std::string setsText = setsText_;
+  std::string setsText;
   if (setsPlace_.present || !sets.empty()) {
     // A command changes a few sets: the old list's size with some room is
     // what the new one needs.
-    setsText = RenderSetList(sets, setsPlace_.indent, path_, setsText_.size() + 4096);
+    setsText = RenderSetList(sets, setsPlace_.indent, path_, setsSize_ + 4096);
     if (!setsPlace_.present) {
       setsText = ",\n" + setsPlace_.indent + "\"" + kCodebookSetsKey + "\": " + setsText;
     }
@@ -112,7 +112,7 @@ void CodebookFile::Save(const Dataset& dataset) {
   }
   // Under the lock nobody else replaces the file between the write and this.
   if (!files::IdentifyFile(path_, identity_)) identity_ = {};
-  setsText_ = std::move(setsText);
+  setsSize_ = setsText.size();
   storedSets_ = sets;
 }
 

@@ -49,10 +49,10 @@ class CodebookFile final : public DatasetStore {
   bool loaded_ = false;
   // The file last loaded, shared with the dictionary read from it and open
   // still after a save replaced it: the file holds its bytes with those at
-  // the set list's place replaced by setsText_.
+  // the set list's place replaced by those last written.
   std::shared_ptr<const SourceFile> source_;
   SetsPlace setsPlace_;
-  std::string setsText_;
+  std::size_t setsSize_ = 0;                  // of the set list last read or written
   std::vector<json_spans::Member> topLevel_;  // in source_
   std::vector<VariableSet> storedSets_;       // the sets as the file holds them
   files::FileIdentity identity_;              // of the file last read or written

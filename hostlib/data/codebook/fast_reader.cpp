@@ -108,8 +108,18 @@ class DocumentReader {
     return ReadField(element, fields.Child(index));
   }
 
-  std::vector<VariableSet> ReadSetList(const Element& sets) const {
-    return ReadSets(std::optional(sets));
+  // The set at `index` of the list.
+  VariableSet ReadSetAt(const Element& element, std::size_t index) const {
+    const Place root;
+    return ReadSet(element, root.Child(kCodebookSetsKey).Child(index));
+  }
+
+  [[noreturn]] void FailDuplicateSet(std::size_t index, std::string_view name,
+                                     std::size_t firstIndex, std::string_view firstName) const {
+    const Place root;
+    const Place sets = root.Child(kCodebookSetsKey);
+    FailDuplicate(sets.Child(index).Child("name"), name, firstName,
+                  sets.Child(firstIndex).Child("name"));
   }
 
   [[noreturn]] void FailDuplicateField(std::size_t index, std::string_view name,
@@ -252,33 +262,6 @@ class DocumentReader {
     return labels;
   }
 
-  std::vector<VariableSet> ReadSets(const std::optional<Element>& sets) const {
-    if (!sets) return {};
-    const Place root;
-    const Place place = root.Child(kCodebookSetsKey);
-    if (sets->type() != Type::ARRAY) Fail(place, "must be an array");
-    std::vector<VariableSet> result;
-    std::unordered_map<std::string, std::size_t> indexByFoldedName;
-    // The count is exact below 2^24 entries, where simdjson keeps it.
-    const std::size_t count = simdjson::dom::array(*sets).size();
-    result.reserve(count);
-    indexByFoldedName.reserve(count);
-    std::size_t i = 0;
-    for (const Element entry : simdjson::dom::array(*sets)) {
-      const Place setPlace = place.Child(i);
-      result.push_back(ReadSet(entry, setPlace));
-      const std::string name = result.back().GetName(kAsStored);
-      const auto [first, inserted] = indexByFoldedName.emplace(FoldName(name), i);
-      if (!inserted) {
-        const Place firstPlace = place.Child(first->second);
-        FailDuplicate(setPlace.Child("name"), name, result[first->second].GetName(kAsStored),
-                      firstPlace.Child("name"));
-      }
-      ++i;
-    }
-    return result;
-  }
-
   VariableSet ReadSet(const Element& element, const Place& place) const {
     if (element.type() != Type::OBJECT) Fail(place, "must be an object");
     const auto [nameValue, typeValue, labelValue, sourceValue, countedValue, labelsValue,
@@ -361,6 +344,60 @@ void KeepExtras(std::string_view text, spans::Span list, std::vector<VariableSet
     sets[i].SetStoreExtras(RawExtras(text, entries[i], dichotomies));
   }
 }
+
+bool HasUnknownKey(const Element& set, bool dichotomies) {
+  if (set.type() != Type::OBJECT) return false;
+  for (const auto member : simdjson::dom::object(set)) {
+    if (!IsKnownSetKey(member.key, dichotomies)) return true;
+  }
+  return false;
+}
+
+// The sets of the set list, read as the scan parses them. The first fault
+// is kept, and reported once the scan has found the whole text to be JSON.
+class SetCollector final : public SetSink {
+ public:
+  explicit SetCollector(const DocumentReader& reader) : reader_(reader) {}
+
+  void BeginList() override {
+    sets_.clear();
+    firstByFoldedName_.clear();
+    fault_ = nullptr;
+  }
+
+  void Take(const Element& element, std::string_view bytes) override {
+    if (fault_) return;
+    const std::size_t index = sets_.size();
+    try {
+      VariableSet set = reader_.ReadSetAt(element, index);
+      const std::string name = set.GetName(kAsStored);
+      const auto [first, inserted] = firstByFoldedName_.emplace(FoldName(name), index);
+      if (!inserted) {
+        reader_.FailDuplicateSet(index, name, first->second,
+                                 sets_[first->second].GetName(kAsStored));
+      }
+      const bool dichotomies = set.GetType() == VariableSet::kMultipleDichotomySet;
+      if (HasUnknownKey(element, dichotomies)) {
+        set.SetStoreExtras(RawExtras(bytes, {0, bytes.size()}, dichotomies));
+      }
+      sets_.push_back(std::move(set));
+    } catch (const DatasetError&) {
+      fault_ = std::current_exception();
+    }
+  }
+
+  // Throws the first fault.
+  std::vector<VariableSet> TakeSets() {
+    if (fault_) std::rethrow_exception(fault_);
+    return std::move(sets_);
+  }
+
+ private:
+  const DocumentReader& reader_;
+  std::vector<VariableSet> sets_;
+  std::unordered_map<std::string, std::size_t> firstByFoldedName_;
+  std::exception_ptr fault_;
+};
 
 SetsPlace LocateSets(std::string_view view, std::vector<VariableSet>& sets) {
   const std::size_t rootBegin = spans::SkipWhitespace(view, 0);
@@ -515,24 +552,6 @@ class CodebookDictionary final : public DictionarySource {
 
 namespace ondemand = simdjson::ondemand;
 
-// A large text is touched page by page as it is read; in pages of 2 MB that
-// costs a fraction of the faults (where the system grants them).
-void AdviseHugePages(char* data, std::size_t size) {
-  constexpr std::uintptr_t kHugePage = std::uintptr_t{2} << 20;
-  const auto start = reinterpret_cast<std::uintptr_t>(data);
-  const std::uintptr_t begin = (start + kHugePage - 1) & ~(kHugePage - 1);
-  const std::uintptr_t end = (start + size) & ~(kHugePage - 1);
-  if (end > begin) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-}
-
-// The parser's index of the text's structure grows with the text and is
-// written once, page by page.
-void AdviseHugeIndex(simdjson::internal::dom_parser_implementation& implementation) {
-  constexpr std::size_t kSpareEntries = 64 + 2 + 7;  // as simdjson sizes it
-  AdviseHugePages(reinterpret_cast<char*>(implementation.structural_indexes.get()),
-                  (implementation.capacity() + kSpareEntries) * sizeof(std::uint32_t));
-}
-
 // Whether a top-level key is `wanted`: compared on the raw bytes, unescaped
 // only when the key holds an escape.
 bool KeyIs(ondemand::field& field, std::string_view wanted, bool& failed) {
@@ -543,21 +562,6 @@ bool KeyIs(ondemand::field& field, std::string_view wanted, bool& failed) {
   std::string_view key;
   failed = field.unescaped_key().get(key) != simdjson::SUCCESS;
   return !failed && key == wanted;
-}
-
-// The set list from its bytes (with spare capacity for the parser); false
-// where the fast parser refuses them.
-bool ReadSetList(const std::string& list, const DocumentReader& reader,
-                 std::vector<VariableSet>& sets) {
-  simdjson::dom::parser parser;
-  Element element;
-  if (parser.allocate(list.size(), kMaxJsonNesting - 2) != simdjson::SUCCESS) return false;
-  AdviseHugeIndex(*parser.implementation);
-  if (parser.parse(list.data(), list.size(), false).get(element) != simdjson::SUCCESS) {
-    return false;
-  }
-  sets = reader.ReadSetList(element);
-  return true;
 }
 
 SetsPlace PlaceOf(const SliceScan& scan) {
@@ -576,7 +580,6 @@ CodebookText ReadWhole(const std::string& text, const std::string& file) {
   DescriptorContents contents = ReadCarefully(text, file);
   CodebookText result;
   result.place = LocateSets(text, contents.sets);
-  if (result.place.present) result.setsText = result.place.value.Of(text);
   const std::size_t rootBegin = spans::SkipWhitespace(text, 0);
   result.topLevel = spans::ObjectMembers(text, {rootBegin, spans::SkipValue(text, rootBegin)});
   result.sets = contents.sets;
@@ -638,7 +641,8 @@ CodebookText ReadCodebook(std::shared_ptr<const SourceFile> source) {
   const std::string file = source->Path().string();
   const DocumentReader reader(file);
   SliceScan scan;
-  if (!ScanInSlices(*source, scan)) return ReadWhole(source->ReadAll(), file);
+  SetCollector sets(reader);
+  if (!ScanInSlices(*source, scan, &sets)) return ReadWhole(source->ReadAll(), file);
   if (scan.fieldFault) {
     const FieldFault& fault = *scan.fieldFault;
     reader.CheckField(fault.index, fault.isObject, fault.hasName, fault.name);
@@ -649,11 +653,8 @@ CodebookText ReadCodebook(std::shared_ptr<const SourceFile> source) {
   result.place = PlaceOf(scan);
   result.topLevel = std::move(scan.topLevel);
   if (scan.setsPresent) {
-    result.setsText = source->Read(scan.setsValue);
-    if (!ReadSetList(result.setsText, reader, result.sets)) {
-      return ReadWhole(source->ReadAll(), file);
-    }
-    KeepExtras(result.setsText, {0, result.setsText.size()}, result.sets);
+    if (!scan.setsAnArray) reader.FailAt(kCodebookSetsKey, "must be an array");
+    result.sets = sets.TakeSets();
   }
   auto dictionary = std::make_shared<const CodebookDictionary>(
       std::move(source), std::move(scan.fields), std::move(scan.names));

@@ -39,7 +39,6 @@ struct CodebookText {
   Dataset dataset;  // its dictionary reads from the text
   std::vector<VariableSet> sets;
   SetsPlace place;
-  std::string setsText;                      // the set list's bytes, when present
   std::vector<json_spans::Member> topLevel;  // the top level's members
 };
 

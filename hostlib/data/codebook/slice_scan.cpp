@@ -73,7 +73,8 @@ std::size_t LastQuote(const char* text, std::size_t end) {
 
 class SliceScanner {
  public:
-  SliceScanner(const SourceFile& source, SliceScan& scan) : source_(source), scan_(scan) {}
+  SliceScanner(const SourceFile& source, SliceScan& scan, SetSink* sets)
+      : source_(source), scan_(scan), sets_(sets) {}
 
   bool Run(std::size_t sliceSize) {
     std::size_t capacity = std::min(sliceSize, std::max<std::size_t>(source_.Size(), 1));
@@ -177,6 +178,10 @@ class SliceScanner {
         case State::kValue:
           member_.value.begin = base_ + at;
           inList_ = c == '[';
+          if (key_ == Key::kSets) {
+            scan_.setsAnArray = inList_;
+            if (sets_ != nullptr && inList_) sets_->BeginList();
+          }
           if (key_ == Key::kFields) {
             scan_.fieldsPresent = true;
             scan_.fieldsAnArray = inList_;
@@ -315,11 +320,10 @@ class SliceScanner {
     if (key_ == Key::kSets) scan_.setsValue = member_.value;
   }
 
-  // The elements the slice holds of a list, parsed as one array. The set
-  // list is left to its reader.
+  // The elements the slice holds of a list, parsed as one array.
   bool FlushBatch(char* text) {
     if (batch_.empty()) return true;
-    const bool parsed = key_ == Key::kSets || ParseBatch(text);
+    const bool parsed = ParseBatch(text);
     batch_.clear();
     return parsed;
   }
@@ -338,13 +342,17 @@ class SliceScanner {
     *open = opened;
     *close = closed;
     if (!parsed) return false;
-    if (key_ != Key::kFields) return true;
-    const simdjson::dom::array fields(element);
-    if (fields.size() != batch_.size()) return false;
+    if (key_ == Key::kOther || (key_ == Key::kSets && sets_ == nullptr)) return true;
+    const simdjson::dom::array elements(element);
+    if (elements.size() != batch_.size()) return false;
     std::size_t i = 0;
-    for (const Element field : fields) {
-      AddField(field, batch_[i].first, batch_[i].second);
-      ++i;
+    for (const Element each : elements) {
+      const auto [begin, end] = batch_[i++];
+      if (key_ == Key::kFields) {
+        AddField(each, begin, end);
+      } else {
+        sets_->Take(each, std::string_view(text + begin, end - begin));
+      }
     }
     return true;
   }
@@ -379,6 +387,7 @@ class SliceScanner {
 
   const SourceFile& source_;
   SliceScan& scan_;
+  SetSink* sets_;
   std::string buffer_;
   simdjson::dom::parser cutter_;  // finds a slice's structure
   simdjson::dom::parser parser_;  // parses its values in full
@@ -398,8 +407,8 @@ class SliceScanner {
 
 }  // namespace
 
-bool ScanInSlices(const SourceFile& source, SliceScan& scan, std::size_t sliceSize) {
-  return SliceScanner(source, scan).Run(std::max<std::size_t>(sliceSize, 1));
+bool ScanInSlices(const SourceFile& source, SliceScan& scan, SetSink* sets, std::size_t sliceSize) {
+  return SliceScanner(source, scan, sets).Run(std::max<std::size_t>(sliceSize, 1));
 }
 
 }  // namespace hostlib::data

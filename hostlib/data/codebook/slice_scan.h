@@ -6,9 +6,8 @@
 // finds its structure. A walk of that structure finds where each top-level
 // member and each element of a top-level list begins and ends. Then every
 // value is parsed in full by simdjson (a slice's elements of a list as one
-// array), so the whole text is checked as JSON, and of each field the walk
-// keeps its bytes' place and its name. The set list is left to its reader,
-// which parses it whole.
+// array), so the whole text is checked as JSON. Of each field the walk keeps
+// its bytes' place and its name; each set goes, parsed, to a SetSink.
 //
 // What the walk does not expect (a key with an escape, a root that is not
 // an object, text the parser refuses) ends the pass with no result: the
@@ -20,6 +19,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <simdjson.h>
 
 #include "hostlib/data/codebook/json_spans.h"
 #include "hostlib/data/codebook/source_file.h"
@@ -57,6 +58,7 @@ struct SliceScan {
   std::optional<FieldFault> fieldFault;
 
   bool setsPresent = false;  // the last set list
+  bool setsAnArray = false;
   std::string setsKeyIndent;
   json_spans::Span setsValue;
 
@@ -65,11 +67,22 @@ struct SliceScan {
   }
 };
 
+// Receives the sets of the top level's set list as they are parsed.
+class SetSink {
+ public:
+  virtual ~SetSink() = default;
+  // A set list begins (a later one replaces an earlier).
+  virtual void BeginList() = 0;
+  // An element of the list, with its bytes.
+  virtual void Take(const simdjson::dom::element& set, std::string_view bytes) = 0;
+};
+
 inline constexpr std::size_t kSliceSize = std::size_t{1} << 20;
 
 // False where the text is no JSON object the walk can follow; the scan then
 // holds nothing of use. Throws DatasetError when the file cannot be read.
 // A slice grows past `sliceSize` only to hold a value that does not fit.
-bool ScanInSlices(const SourceFile& source, SliceScan& scan, std::size_t sliceSize = kSliceSize);
+bool ScanInSlices(const SourceFile& source, SliceScan& scan, SetSink* sets = nullptr,
+                  std::size_t sliceSize = kSliceSize);
 
 }  // namespace hostlib::data

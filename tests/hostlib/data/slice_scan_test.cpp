@@ -70,7 +70,7 @@ class SliceScanTest : public ::testing::Test {
   bool Scan(const std::string& text, std::size_t size, SliceScan& scan) const {
     const fs::path path = dir_ / "data.json";
     std::ofstream(path, std::ios::binary) << text;
-    return ScanInSlices(SourceFile(path, files::DefaultEnv()), scan, size);
+    return ScanInSlices(SourceFile(path, files::DefaultEnv()), scan, nullptr, size);
   }
 
   fs::path dir_;
