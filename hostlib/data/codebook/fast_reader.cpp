@@ -1,4 +1,5 @@
 #include "hostlib/data/codebook/fast_reader.h"
+#include "hostlib/data/codebook/name_index.h"
 #include "hostlib/data/codebook/top_level_members.h"
 
 #include <simdjson.h>
@@ -353,49 +354,66 @@ bool HasUnknownKey(const Element& set, bool dichotomies) {
   return false;
 }
 
-// The sets of the set list, read as the scan parses them. The first fault
-// is kept, and reported once the scan has found the whole text to be JSON.
+// The sets of the set list, each read from its element, gathered in order.
+// The first fault is kept, and reported once the scan has found the whole
+// text to be JSON.
 class SetCollector final : public SetSink {
  public:
   explicit SetCollector(const DocumentReader& reader) : reader_(reader) {}
 
-  void BeginList() override {
-    sets_.clear();
-    firstByFoldedName_.clear();
-    fault_ = nullptr;
-  }
-
-  void Take(const Element& element, std::string_view bytes) override {
-    if (fault_) return;
-    const std::size_t index = sets_.size();
+  SetElement Read(const Element& element, std::string_view bytes,
+                  std::size_t index) const override {
+    SetElement read;
     try {
       VariableSet set = reader_.ReadSetAt(element, index);
-      const std::string name = set.GetName(kAsStored);
-      const auto [first, inserted] = firstByFoldedName_.emplace(FoldName(name), index);
-      if (!inserted) {
-        reader_.FailDuplicateSet(index, name, first->second,
-                                 sets_[first->second].GetName(kAsStored));
-      }
       const bool dichotomies = set.GetType() == VariableSet::kMultipleDichotomySet;
       if (HasUnknownKey(element, dichotomies)) {
         set.SetStoreExtras(RawExtras(bytes, {0, bytes.size()}, dichotomies));
       }
-      sets_.push_back(std::move(set));
+      read.set = std::move(set);
     } catch (const DatasetError&) {
-      fault_ = std::current_exception();
+      read.fault = std::current_exception();
     }
+    return read;
   }
 
-  // Throws the first fault.
+  void BeginList() override {
+    sets_.clear();
+    hashes_.clear();
+    fault_ = nullptr;
+  }
+
+  void Add(SetElement read) override {
+    if (fault_) return;
+    if (read.fault) {
+      fault_ = read.fault;
+      return;
+    }
+    hashes_.push_back(NameHash(read.set->GetName(kAsStored)));
+    sets_.push_back(std::move(*read.set));
+  }
+
+  // Throws the first fault: the first set whose name repeats an earlier
+  // one's, or the first set that could not be read, whichever comes first.
   std::vector<VariableSet> TakeSets() {
+    const NameIndex index(hashes_);
+    const auto repeat = index.FirstRepeat([&](std::size_t earlier, std::size_t later) {
+      return FoldName(sets_[earlier].GetName(kAsStored)) ==
+             FoldName(sets_[later].GetName(kAsStored));
+    });
+    if (repeat) {
+      const auto [later, earlier] = *repeat;
+      reader_.FailDuplicateSet(later, sets_[later].GetName(kAsStored), earlier,
+                               sets_[earlier].GetName(kAsStored));
+    }
     if (fault_) std::rethrow_exception(fault_);
     return std::move(sets_);
   }
 
  private:
   const DocumentReader& reader_;
-  std::vector<VariableSet> sets_;
-  std::unordered_map<std::string, std::size_t> firstByFoldedName_;
+  std::vector<VariableSet> sets_;  // up to the first that could not be read
+  std::vector<std::uint32_t> hashes_;
   std::exception_ptr fault_;
 };
 
@@ -425,42 +443,8 @@ DescriptorContents ReadCarefully(const std::string& text, const std::string& fil
 
 // ---- the dictionary read from the file on demand ---------------------------
 
-// A name folded as FoldName folds it; a short ASCII name (the usual one) in
-// `buffer`, without allocating, any other in `other`.
-constexpr std::size_t kShortName = 64;
-std::string_view Folded(std::string_view name, std::array<char, kShortName>& buffer,
-                        std::string& other) {
-  const bool ascii = std::all_of(name.begin(), name.end(),
-                                 [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-  if (!ascii || name.size() > buffer.size()) return other = FoldName(name);
-  std::transform(name.begin(), name.end(), buffer.begin(), [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  });
-  return {buffer.data(), name.size()};
-}
-
-std::uint32_t HashOf(std::string_view folded) {
-  return static_cast<std::uint32_t>(std::hash<std::string_view>{}(folded));
-}
-
-// Sorts keys by their upper 32 bits, keeping the order of equal ones: four
-// passes of a radix sort, each reading and writing the keys once.
-void SortByUpperHalf(std::vector<std::uint64_t>& keys) {
-  std::vector<std::uint64_t> sorted(keys.size());
-  for (unsigned shift = 32; shift < 64; shift += 8) {
-    std::array<std::size_t, 256> starts{};
-    for (const std::uint64_t key : keys) ++starts[(key >> shift) & 0xFF];
-    std::size_t total = 0;
-    for (std::size_t& start : starts) total += std::exchange(start, total);
-    for (const std::uint64_t key : keys) sorted[starts[(key >> shift) & 0xFF]++] = key;
-    keys.swap(sorted);
-  }
-}
-
 // The fields of a codebook file, each parsed from its own bytes when first
-// asked for. The names are indexed at open by the hash of their folded text:
-// one number per field (its hash and its index), sorted, so that a name is
-// found by binary search and two names that fold alike sit side by side.
+// asked for; their names indexed at open (name_index.h).
 class CodebookDictionary final : public DictionarySource {
  public:
   CodebookDictionary(std::shared_ptr<const SourceFile> source, std::vector<FieldEntry> entries,
@@ -476,15 +460,12 @@ class CodebookDictionary final : public DictionarySource {
   unsigned int Count() const override { return static_cast<unsigned int>(entries_.size()); }
 
   int FindFolded(std::string_view folded) const override {
-    const std::uint32_t hash = HashOf(folded);
-    auto it = std::lower_bound(keys_.begin(), keys_.end(), std::uint64_t{hash} << 32);
-    for (; it != keys_.end() && (*it >> 32) == hash; ++it) {
-      const auto index = static_cast<std::size_t>(*it & 0xFFFFFFFF);
+    const auto found = index_.Find(HashOfFolded(folded), [&](std::size_t index) {
       std::array<char, kShortName> buffer{};
-      std::string long_;
-      if (Folded(NameOf(index), buffer, long_) == folded) return static_cast<int>(index);
-    }
-    return -1;
+      std::string other;
+      return FoldedName(NameOf(index), buffer, other) == folded;
+    });
+    return found ? static_cast<int>(*found) : -1;
   }
 
   VORN_Variable Read(int index) const override {
@@ -510,33 +491,15 @@ class CodebookDictionary final : public DictionarySource {
   // Refuses two names that fold alike, as the first field read in full
   // would: the first field whose name folds as an earlier one's.
   void BuildIndex() {
-    keys_.resize(entries_.size());
-    for (std::size_t i = 0; i < entries_.size(); ++i) {
-      std::array<char, kShortName> buffer{};
-      std::string long_;
-      keys_[i] = std::uint64_t{HashOf(Folded(NameOf(i), buffer, long_))} << 32 | i;
-    }
-    SortByUpperHalf(keys_);
-    std::size_t duplicate = entries_.size();
-    std::size_t first = 0;
-    for (std::size_t group = 0; group < keys_.size();) {
-      std::size_t next = group + 1;
-      while (next < keys_.size() && (keys_[next] >> 32) == (keys_[group] >> 32)) ++next;
-      // Within a group the fields keep their order.
-      for (std::size_t a = group + 1; a < next; ++a) {
-        const auto later = static_cast<std::size_t>(keys_[a] & 0xFFFFFFFF);
-        for (std::size_t b = group; b < a && later < duplicate; ++b) {
-          const auto earlier = static_cast<std::size_t>(keys_[b] & 0xFFFFFFFF);
-          if (FoldName(NameOf(earlier)) == FoldName(NameOf(later))) {
-            duplicate = later;
-            first = earlier;
-          }
-        }
-      }
-      group = next;
-    }
-    if (duplicate < entries_.size()) {
-      DocumentReader(file_).FailDuplicateField(duplicate, NameOf(duplicate), first, NameOf(first));
+    std::vector<std::uint32_t> hashes(entries_.size());
+    for (std::size_t i = 0; i < entries_.size(); ++i) hashes[i] = entries_[i].nameHash;
+    index_ = NameIndex(hashes);
+    const auto repeat = index_.FirstRepeat([&](std::size_t earlier, std::size_t later) {
+      return FoldName(NameOf(earlier)) == FoldName(NameOf(later));
+    });
+    if (repeat) {
+      const auto [later, earlier] = *repeat;
+      DocumentReader(file_).FailDuplicateField(later, NameOf(later), earlier, NameOf(earlier));
     }
   }
 
@@ -544,7 +507,7 @@ class CodebookDictionary final : public DictionarySource {
   std::string file_;
   std::vector<FieldEntry> entries_;
   std::string names_;
-  std::vector<std::uint64_t> keys_;  // a folded name's hash << 32 | its field's index
+  NameIndex index_;
   mutable simdjson::dom::parser parser_;
 };
 

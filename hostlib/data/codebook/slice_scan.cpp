@@ -4,12 +4,19 @@
 
 #include <algorithm>
 #include <array>
+#include <condition_variable>
 #include <cstdint>
 #include <cstring>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <thread>
 #include <utility>
 
 #include "hostlib/data/codebook/descriptor.h"
 #include "hostlib/data/codebook/json_nesting.h"
+#include "hostlib/data/codebook/name_index.h"
 
 namespace hostlib::data {
 namespace {
@@ -71,10 +78,248 @@ std::size_t LastQuote(const char* text, std::size_t end) {
   return 0;
 }
 
+// A slice's elements of one top-level list, copied out of the slice as an
+// array, to be parsed by whichever thread is free; and what the parse found.
+struct Job {
+  Key key = Key::kOther;
+  bool beginsList = false;                                    // no elements: a list of `key` begins
+  std::string bytes;                                          // "[", the elements, "]"
+  std::size_t base = 0;                                       // the place in the file of bytes[1]
+  std::vector<std::pair<std::size_t, std::size_t>> elements;  // their places in the file
+  std::size_t firstIndex = 0;                                 // of the first element, in its list
+
+  bool done = false;
+  bool parsed = false;
+  std::exception_ptr failure;  // of the parse itself (memory)
+  std::vector<FieldEntry> fields;
+  std::string names;
+  std::optional<FieldFault> fieldFault;  // its index within the job
+  std::vector<SetElement> sets;
+
+  void Clear() {
+    beginsList = done = parsed = false;
+    bytes.clear();
+    elements.clear();
+    failure = nullptr;
+    fields.clear();
+    names.clear();
+    fieldFault.reset();
+    sets.clear();
+  }
+};
+
+// Parses a job's array and reads its fields or sets.
+class JobParser {
+ public:
+  // Room for a slice, made on the thread that makes the parser: the memory
+  // a thread allocates for itself comes in fresh pages.
+  JobParser(const SetSink* sets, std::size_t sliceSize) : sets_(sets) {
+    // A slice's elements sit three levels down (the root, the list).
+    // simdjson makes a parser's document at its first parse; it is made
+    // here instead, through the member it keeps public for that.
+    if (parser_.allocate(sliceSize + 2, kMaxJsonNesting - 2) != simdjson::SUCCESS ||
+        parser_.doc.allocate(sliceSize + 2) != simdjson::SUCCESS) {
+      throw std::bad_alloc();
+    }
+  }
+
+  void Run(Job& job) {
+    try {
+      Element array;
+      job.parsed =
+          job.beginsList ||
+          parser_.parse(job.bytes.data(), job.bytes.size(), false).get(array) == simdjson::SUCCESS;
+      if (job.parsed && !job.beginsList) Read(job, array);
+    } catch (...) {
+      job.failure = std::current_exception();
+    }
+  }
+
+ private:
+  void Read(Job& job, const Element& array) {
+    if (job.key == Key::kOther || (job.key == Key::kSets && sets_ == nullptr)) return;
+    const simdjson::dom::array elements(array);
+    if (elements.size() != job.elements.size()) {
+      job.parsed = false;
+      return;
+    }
+    std::size_t i = 0;
+    for (const Element element : elements) {
+      const auto [begin, end] = job.elements[i];
+      if (job.key == Key::kFields) {
+        AddField(job, element, begin, end);
+      } else {
+        const std::string_view bytes(job.bytes.data() + 1 + (begin - job.base), end - begin);
+        job.sets.push_back(sets_->Read(element, bytes, job.firstIndex + i));
+      }
+      ++i;
+    }
+  }
+
+  static void AddField(Job& job, const Element& field, std::size_t begin, std::size_t end) {
+    FieldEntry entry{begin, end, job.names.size(), 0};
+    const bool isObject = field.type() == simdjson::dom::element_type::OBJECT;
+    bool hasName = false;
+    bool isString = false;
+    std::string_view name;
+    if (isObject) {
+      // A repeated key counts as its last value.
+      for (const auto member : simdjson::dom::object(field)) {
+        if (member.key != "name") continue;
+        hasName = true;
+        isString = member.value.type() == simdjson::dom::element_type::STRING;
+        name = isString ? std::string_view(member.value) : std::string_view();
+      }
+    }
+    const bool faulty = !isString || name.empty() || name.find('\0') != std::string_view::npos;
+    if (faulty && !job.fieldFault) {
+      job.fieldFault = FieldFault{job.fields.size(), isObject, hasName,
+                                  isString ? std::optional<std::string>(name) : std::nullopt};
+    }
+    job.names.append(name);
+    entry.nameSize = static_cast<std::uint32_t>(name.size());
+    entry.nameHash = NameHash(name);
+    job.fields.push_back(entry);
+  }
+
+  const SetSink* sets_;
+  simdjson::dom::parser parser_;
+};
+
+// Jobs in the file's order, run by a second thread as they come, and by the
+// walk's own thread when it is ahead.
+class JobQueue {
+ public:
+  JobQueue(const SetSink* sets, std::size_t sliceSize, bool threaded)
+      : sliceSize_(sliceSize), ownParser_(sets, sliceSize), workerParser_(sets, sliceSize) {
+    if (threaded) worker_ = std::thread([this] { Work(); });
+  }
+  JobQueue(const JobQueue&) = delete;
+  JobQueue& operator=(const JobQueue&) = delete;
+  ~JobQueue() {
+    {
+      const std::lock_guard lock(mutex_);
+      stopping_ = true;
+    }
+    workReady_.notify_one();
+    if (worker_.joinable()) worker_.join();
+  }
+
+  // With room for the fields of a slice (of 64 bytes or more), made here.
+  std::unique_ptr<Job> NewJob() {
+    if (spare_.empty()) {
+      auto job = std::make_unique<Job>();
+      job->bytes.reserve(sliceSize_ + 2 + simdjson::SIMDJSON_PADDING);
+      job->fields.reserve(sliceSize_ / 64);
+      job->names.reserve(sliceSize_ / 16);
+      return job;
+    }
+    std::unique_ptr<Job> job = std::move(spare_.back());
+    spare_.pop_back();
+    job->Clear();
+    return job;
+  }
+
+  // A job that makes many objects is run here at once: the worker's own
+  // memory arena would be fresh pages.
+  void Submit(std::unique_ptr<Job> job, bool anywhere) {
+    Job* const waiting = job.get();
+    if (!anywhere) {
+      ownParser_.Run(*job);
+      job->done = true;
+    }
+    {
+      const std::lock_guard lock(mutex_);
+      order_.push_back(std::move(job));
+      if (anywhere) waiting_.push_back(waiting);
+    }
+    workReady_.notify_one();
+    // Ahead of the worker (or without one): parse a job here too.
+    while (RunOneHere(worker_.joinable() ? 1 : 0)) {
+    }
+  }
+
+  // Hands each job done, in the file's order, to `take`; with `all`, waits
+  // for every job. False once `take` is.
+  template <typename Take>
+  bool Gather(bool all, Take&& take) {
+    if (all) {
+      while (RunOneHere(0)) {
+      }
+    }
+    for (;;) {
+      std::unique_ptr<Job> job;
+      {
+        std::unique_lock lock(mutex_);
+        if (order_.empty()) return true;
+        if (all) jobDone_.wait(lock, [this] { return order_.front()->done; });
+        if (!order_.front()->done) return true;
+        job = std::move(order_.front());
+        order_.pop_front();
+      }
+      const bool taken = take(*job);
+      spare_.push_back(std::move(job));
+      if (!taken) return false;
+    }
+  }
+
+ private:
+  // Runs the first waiting job when more than `leave` wait.
+  bool RunOneHere(std::size_t leave) {
+    Job* job = nullptr;
+    {
+      const std::lock_guard lock(mutex_);
+      if (waiting_.size() <= leave) return false;
+      job = waiting_.front();
+      waiting_.pop_front();
+    }
+    ownParser_.Run(*job);
+    {
+      const std::lock_guard lock(mutex_);
+      job->done = true;
+    }
+    return true;
+  }
+
+  void Work() {
+    for (;;) {
+      Job* job = nullptr;
+      {
+        std::unique_lock lock(mutex_);
+        workReady_.wait(lock, [this] { return stopping_ || !waiting_.empty(); });
+        if (waiting_.empty()) return;
+        job = waiting_.front();
+        waiting_.pop_front();
+      }
+      workerParser_.Run(*job);
+      {
+        const std::lock_guard lock(mutex_);
+        job->done = true;
+      }
+      jobDone_.notify_one();
+    }
+  }
+
+  std::size_t sliceSize_;
+  JobParser ownParser_;
+  JobParser workerParser_;
+  std::mutex mutex_;
+  std::condition_variable workReady_;
+  std::condition_variable jobDone_;
+  std::deque<std::unique_ptr<Job>> order_;  // not yet gathered
+  std::deque<Job*> waiting_;                // not yet begun
+  bool stopping_ = false;
+  std::vector<std::unique_ptr<Job>> spare_;
+  std::thread worker_;  // last: it starts once the rest is ready
+};
+
 class SliceScanner {
  public:
-  SliceScanner(const SourceFile& source, SliceScan& scan, SetSink* sets)
-      : source_(source), scan_(scan), sets_(sets) {}
+  SliceScanner(const SourceFile& source, SliceScan& scan, SetSink* sets, std::size_t sliceSize)
+      : source_(source),
+        scan_(scan),
+        sets_(sets),
+        jobs_(sets, sliceSize, source.Size() > 2 * sliceSize) {}
 
   bool Run(std::size_t sliceSize) {
     std::size_t capacity = std::min(sliceSize, std::max<std::size_t>(source_.Size(), 1));
@@ -82,12 +327,12 @@ class SliceScanner {
     while (resume_ < source_.Size()) {
       const std::size_t before = resume_;
       bool atEnd = false;
-      if (!ScanSlice(capacity, atEnd)) return false;
+      if (!ScanSlice(capacity, atEnd) || !Gather(false)) return false;
       if (resume_ > before) continue;
       // Nothing in the slice was complete: a value larger than the slice.
       if (atEnd || !Allocate(capacity *= 2)) return false;
     }
-    if (state_ != State::kEnd) return false;
+    if (!Gather(true) || state_ != State::kEnd) return false;
     if (scan_.anyMember) scan_.firstKeyIndent = IndentBefore(firstKeyBegin_);
     if (scan_.setsPresent) scan_.setsKeyIndent = IndentBefore(setsKeyBegin_);
     return true;
@@ -95,17 +340,16 @@ class SliceScanner {
 
  private:
   bool Allocate(std::size_t capacity) {
-    // One spare byte before the text, for the "[" that makes a slice's
-    // elements an array, and the padding the parser reads past the end.
-    buffer_.resize(1 + capacity + simdjson::SIMDJSON_PADDING + 1);
+    // The padding the parser reads past the end.
+    buffer_.resize(capacity + simdjson::SIMDJSON_PADDING);
     return cutter_.allocate(capacity, 1) == simdjson::SUCCESS &&
-           parser_.allocate(capacity + 2, kMaxJsonNesting - 2) == simdjson::SUCCESS;
+           parser_.allocate(capacity, kMaxJsonNesting - 2) == simdjson::SUCCESS;
   }
 
   // Walks the slice from resume_; afterwards resume_ is past its last
   // complete part.
   bool ScanSlice(std::size_t capacity, bool& atEnd) {
-    char* const text = buffer_.data() + 1;
+    char* const text = buffer_.data();
     base_ = resume_;
     const std::size_t size = source_.ReadInto(text, capacity, base_);
     atEnd = size < capacity || base_ + size >= source_.Size();
@@ -138,7 +382,7 @@ class SliceScanner {
                                           simdjson::stage1_mode::regular);
   }
 
-  bool Walk(char* text, std::size_t cut, std::size_t count) {
+  bool Walk(const char* text, std::size_t cut, std::size_t count) {
     const std::uint32_t* const structurals = cutter_.implementation->structural_indexes.get();
     State state = state_;
     std::size_t committed = count;  // the structural last committed; count for none
@@ -178,17 +422,8 @@ class SliceScanner {
         case State::kValue:
           member_.value.begin = base_ + at;
           inList_ = c == '[';
-          if (key_ == Key::kSets) {
-            scan_.setsAnArray = inList_;
-            if (sets_ != nullptr && inList_) sets_->BeginList();
-          }
-          if (key_ == Key::kFields) {
-            scan_.fieldsPresent = true;
-            scan_.fieldsAnArray = inList_;
-            scan_.fields.clear();
-            scan_.names.clear();
-          }
           if (inList_) {
+            BeginList();
             state = State::kElementOrEnd;
             commit(i);
           } else if (c == '{') {
@@ -253,7 +488,7 @@ class SliceScanner {
           scalar = false;
           batch_.emplace_back(elementBegin, elementEnd);
           if (c == ']') {
-            if (!FlushBatch(text)) return false;
+            SubmitBatch(text);
             member_.value.end = base_ + at + 1;
             state = State::kAfterValue;
           } else {
@@ -265,7 +500,7 @@ class SliceScanner {
           return false;  // more than white space after the root
       }
     }
-    if (!FlushBatch(text)) return false;
+    SubmitBatch(text);
     // Past the last structural committed; past the whole slice when no
     // structural follows it (only white space does).
     if (count == 0 || committed == count - 1) {
@@ -293,7 +528,29 @@ class SliceScanner {
       scan_.setsPresent = true;
       setsKeyBegin_ = member_.key.begin;
     }
+    if (key_ == Key::kFields) {
+      scan_.fieldsPresent = true;
+      scan_.fieldsAnArray = false;
+      // Whatever its value, a later list of fields replaces an earlier one.
+      auto job = jobs_.NewJob();
+      job->key = Key::kFields;
+      job->beginsList = true;
+      jobs_.Submit(std::move(job), false);
+    }
     return true;
+  }
+
+  // A list of fields or sets begins.
+  void BeginList() {
+    listLength_ = 0;
+    if (key_ == Key::kFields) scan_.fieldsAnArray = true;
+    if (key_ == Key::kSets) {
+      scan_.setsAnArray = true;
+      auto job = jobs_.NewJob();
+      job->key = Key::kSets;
+      job->beginsList = true;
+      jobs_.Submit(std::move(job), false);
+    }
   }
 
   // The white space that begins the line of the key at `place`; "" for a
@@ -320,69 +577,56 @@ class SliceScanner {
     if (key_ == Key::kSets) scan_.setsValue = member_.value;
   }
 
-  // The elements the slice holds of a list, parsed as one array.
-  bool FlushBatch(char* text) {
-    if (batch_.empty()) return true;
-    const bool parsed = ParseBatch(text);
+  // The complete elements the slice holds of a list, copied out as an array.
+  void SubmitBatch(const char* text) {
+    if (batch_.empty()) return;
+    auto job = jobs_.NewJob();
+    job->key = key_;
+    const std::size_t begin = batch_.front().first;
+    const std::size_t end = batch_.back().second;
+    job->bytes.reserve(end - begin + 2 + simdjson::SIMDJSON_PADDING);
+    job->bytes.append(1, '[').append(text + begin, end - begin).append(1, ']');
+    job->base = base_ + begin;
+    for (const auto& [elementBegin, elementEnd] : batch_) {
+      job->elements.emplace_back(base_ + elementBegin, base_ + elementEnd);
+    }
+    job->firstIndex = listLength_;
+    listLength_ += batch_.size();
     batch_.clear();
-    return parsed;
+    const bool makesSets = key_ == Key::kSets && sets_ != nullptr;
+    jobs_.Submit(std::move(job), !makesSets);
   }
 
-  bool ParseBatch(char* text) {
-    char* const open = text + batch_.front().first - 1;
-    char* const close = text + batch_.back().second;
-    const char opened = *open;
-    const char closed = *close;
-    *open = '[';
-    *close = ']';
-    Element element;
-    const bool parsed =
-        parser_.parse(open, static_cast<std::size_t>(close - open) + 1, false).get(element) ==
-        simdjson::SUCCESS;
-    *open = opened;
-    *close = closed;
-    if (!parsed) return false;
-    if (key_ == Key::kOther || (key_ == Key::kSets && sets_ == nullptr)) return true;
-    const simdjson::dom::array elements(element);
-    if (elements.size() != batch_.size()) return false;
-    std::size_t i = 0;
-    for (const Element each : elements) {
-      const auto [begin, end] = batch_[i++];
-      if (key_ == Key::kFields) {
-        AddField(each, begin, end);
-      } else {
-        sets_->Take(each, std::string_view(text + begin, end - begin));
+  // Gathers the jobs done, in order; false once one failed.
+  bool Gather(bool all) {
+    return jobs_.Gather(all, [this](Job& job) {
+      if (job.failure) std::rethrow_exception(job.failure);
+      if (!job.parsed) return false;
+      if (job.key == Key::kFields) GatherFields(job);
+      if (job.key == Key::kSets && sets_ != nullptr) {
+        if (job.beginsList) sets_->BeginList();
+        for (SetElement& set : job.sets) sets_->Add(std::move(set));
       }
-    }
-    return true;
+      return true;
+    });
   }
 
-  void AddField(const Element& field, std::size_t begin, std::size_t end) {
-    FieldEntry entry{base_ + begin, base_ + end, scan_.names.size(), 0};
-    const bool isObject = field.type() == simdjson::dom::element_type::OBJECT;
-    bool hasName = false;
-    std::optional<std::string_view> name;
-    if (isObject) {
-      // A repeated key counts as its last value.
-      for (const auto member : simdjson::dom::object(field)) {
-        if (member.key != "name") continue;
-        hasName = true;
-        name.reset();
-        if (member.value.type() == simdjson::dom::element_type::STRING) {
-          name = std::string_view(member.value);
-        }
-      }
+  void GatherFields(Job& job) {
+    if (job.beginsList) {
+      scan_.fields.clear();
+      scan_.names.clear();
+      return;
     }
-    const bool faulty = !name || name->empty() || name->find('\0') != std::string_view::npos;
-    if (faulty && !scan_.fieldFault) {
-      scan_.fieldFault = FieldFault{scan_.fields.size(), isObject, hasName,
-                                    name ? std::optional<std::string>(*name) : std::nullopt};
+    if (job.fieldFault && !scan_.fieldFault) {
+      scan_.fieldFault = std::move(job.fieldFault);
+      scan_.fieldFault->index += scan_.fields.size();
     }
-    if (name) {
-      scan_.names.append(*name);
-      entry.nameSize = name->size();
+    const std::size_t namesBefore = scan_.names.size();
+    scan_.names.append(job.names);
+    for (FieldEntry entry : job.fields) {
+      entry.nameBegin += namesBefore;
+      scan_.fields.push_back(entry);
     }
-    scan_.fields.push_back(entry);
   }
 
   const SourceFile& source_;
@@ -390,7 +634,7 @@ class SliceScanner {
   SetSink* sets_;
   std::string buffer_;
   simdjson::dom::parser cutter_;  // finds a slice's structure
-  simdjson::dom::parser parser_;  // parses its values in full
+  simdjson::dom::parser parser_;  // parses the top level's values
   // Where the walk resumes: the place past the last complete part, and the
   // state there.
   std::size_t resume_ = 0;
@@ -400,15 +644,18 @@ class SliceScanner {
   spans::Member member_;
   Key key_ = Key::kOther;
   bool inList_ = false;
+  std::size_t listLength_ = 0;  // the elements submitted of the list
   std::size_t firstKeyBegin_ = 0;
   std::size_t setsKeyBegin_ = 0;
   std::vector<std::pair<std::size_t, std::size_t>> batch_;  // complete elements in the slice
+  JobQueue jobs_;                                           // last: its worker stops first
 };
 
 }  // namespace
 
 bool ScanInSlices(const SourceFile& source, SliceScan& scan, SetSink* sets, std::size_t sliceSize) {
-  return SliceScanner(source, scan, sets).Run(std::max<std::size_t>(sliceSize, 1));
+  sliceSize = std::max<std::size_t>(sliceSize, 1);
+  return SliceScanner(source, scan, sets, sliceSize).Run(sliceSize);
 }
 
 }  // namespace hostlib::data

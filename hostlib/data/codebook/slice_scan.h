@@ -9,12 +9,18 @@
 // array), so the whole text is checked as JSON. Of each field the walk keeps
 // its bytes' place and its name; each set goes, parsed, to a SetSink.
 //
+// On a file of several slices the parsing is shared with a second thread:
+// the walk hands each slice's elements over as a copy, and whichever thread
+// is free parses them. What they find is gathered in the file's order.
+//
 // What the walk does not expect (a key with an escape, a root that is not
 // an object, text the parser refuses) ends the pass with no result: the
 // caller then reads the file whole, which names the fault.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <exception>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,6 +30,7 @@
 
 #include "hostlib/data/codebook/json_spans.h"
 #include "hostlib/data/codebook/source_file.h"
+#include "hostlib/data/dataset.h"
 
 namespace hostlib::data {
 
@@ -32,7 +39,8 @@ struct FieldEntry {
   std::size_t begin = 0;
   std::size_t end = 0;
   std::size_t nameBegin = 0;  // in SliceScan::names
-  std::size_t nameSize = 0;
+  std::uint32_t nameSize = 0;
+  std::uint32_t nameHash = 0;  // name_index.h
 };
 
 // The first field the open refuses: one that is no object, or whose name is
@@ -67,14 +75,24 @@ struct SliceScan {
   }
 };
 
-// Receives the sets of the top level's set list as they are parsed.
+// A set read from an element of the set list, or the fault that stopped it.
+struct SetElement {
+  std::optional<VariableSet> set;
+  std::exception_ptr fault;
+};
+
+// Receives the sets of the top level's set list.
 class SetSink {
  public:
   virtual ~SetSink() = default;
-  // A set list begins (a later one replaces an earlier).
+  // The set at `index` of the list, from its element and the element's
+  // bytes. Called on any thread, and for elements in any order.
+  virtual SetElement Read(const simdjson::dom::element& set, std::string_view bytes,
+                          std::size_t index) const = 0;
+  // In the file's order: a set list begins (a later one replaces an
+  // earlier), and its sets as read.
   virtual void BeginList() = 0;
-  // An element of the list, with its bytes.
-  virtual void Take(const simdjson::dom::element& set, std::string_view bytes) = 0;
+  virtual void Add(SetElement set) = 0;
 };
 
 inline constexpr std::size_t kSliceSize = std::size_t{1} << 20;

@@ -67,10 +67,11 @@ class SliceScanTest : public ::testing::Test {
   void TearDown() override { fs::remove_all(dir_); }
 
   // Whether the scan succeeds, and what it found, in slices of `size`.
-  bool Scan(const std::string& text, std::size_t size, SliceScan& scan) const {
+  bool Scan(const std::string& text, std::size_t size, SliceScan& scan,
+            SetSink* sets = nullptr) const {
     const fs::path path = dir_ / "data.json";
     std::ofstream(path, std::ios::binary) << text;
-    return ScanInSlices(SourceFile(path, files::DefaultEnv()), scan, nullptr, size);
+    return ScanInSlices(SourceFile(path, files::DefaultEnv()), scan, sets, size);
   }
 
   fs::path dir_;
@@ -112,6 +113,43 @@ TEST_F(SliceScanTest, AnySliceSizeFindsWhatOneSliceFinds) {
       ASSERT_TRUE(Scan(text, size, sliced)) << text << "\nin slices of " << size;
       EXPECT_EQ(Describe(text, sliced), expected) << text << "\nin slices of " << size;
     }
+  }
+}
+
+// Spells out the sets it is given: a set's name is its element's bytes and
+// its place in the list.
+class SpelledSets final : public SetSink {
+ public:
+  SetElement Read(const simdjson::dom::element&, std::string_view bytes,
+                  std::size_t index) const override {
+    return {VariableSet(std::to_string(index) + " " + std::string(bytes),
+                        VariableSet::kMultipleCategorySet),
+            nullptr};
+  }
+  void BeginList() override { text += "begin\n"; }
+  void Add(SetElement set) override { text += set.set->GetName(kAsStored) + "\n"; }
+
+  std::string text;
+};
+
+TEST_F(SliceScanTest, SetsComeInTheirOrderWhateverTheSlices) {
+  const std::string text =
+      R"({"multipleResponseSets": [{"name": "$old"}], "fields": [], "multipleResponseSets": [)"
+      "\n  {\"name\": \"$a\", \"x\": [1, {\"y\": \"]\"}]},\n  7,\n  \"s\",\n"
+      R"(  {"name": "$b"}, {"name": "$c"}, {"name": "$d"}, {"name": "$e"}]})";
+  SpelledSets whole;
+  SliceScan scan;
+  ASSERT_TRUE(Scan(text, text.size() + 1, scan, &whole));
+  EXPECT_EQ(whole.text,
+            "begin\n0 {\"name\": \"$old\"}\nbegin\n"
+            "0 {\"name\": \"$a\", \"x\": [1, {\"y\": \"]\"}]}\n1 7\n2 \"s\"\n"
+            "3 {\"name\": \"$b\"}\n4 {\"name\": \"$c\"}\n5 {\"name\": \"$d\"}\n"
+            "6 {\"name\": \"$e\"}\n");
+  for (const std::size_t size : {1, 4, 9, 16, 40}) {
+    SpelledSets sliced;
+    SliceScan again;
+    ASSERT_TRUE(Scan(text, size, again, &sliced)) << "in slices of " << size;
+    EXPECT_EQ(sliced.text, whole.text) << "in slices of " << size;
   }
 }
 
