@@ -8,7 +8,24 @@
 
 namespace {
 
+bool IsAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
+char AsciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
 int CompareFolded(std::string_view a, std::string_view b) {
+  // An ASCII character folds to one byte, its lower case, and every other
+  // character to at least one: up to the first other character the folded
+  // texts compare as the bytes lowered do.
+  const std::size_t shorter = std::min(a.size(), b.size());
+  std::size_t i = 0;
+  for (; i < shorter && IsAscii(a[i]) && IsAscii(b[i]); ++i) {
+    const auto byteA = static_cast<unsigned char>(AsciiLower(a[i]));
+    const auto byteB = static_cast<unsigned char>(AsciiLower(b[i]));
+    if (byteA != byteB) return byteA < byteB ? -1 : 1;
+  }
+  if (i == shorter) {
+    if (a.size() == b.size()) return 0;
+    return a.size() < b.size() ? -1 : 1;
+  }
   const std::string foldedA = hostlib::strings::FoldCase(a);
   const std::string foldedB = hostlib::strings::FoldCase(b);
   // Byte order of UTF-8 is code point order; bad bytes sort as their value.

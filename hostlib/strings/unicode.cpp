@@ -1,5 +1,7 @@
 #include "hostlib/strings/unicode.h"
 
+#include <algorithm>
+
 #include <utf8proc.h>
 
 namespace hostlib::strings {
@@ -49,6 +51,12 @@ char AsciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A
 // Names are mostly ASCII: those bytes are mapped without decoding them.
 template <typename Map, typename AsciiMap>
 std::string MapCharacters(std::string_view text, Map map, AsciiMap asciiMap) {
+  if (std::all_of(text.begin(), text.end(),
+                  [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+    std::string out(text);
+    std::transform(out.begin(), out.end(), out.begin(), asciiMap);
+    return out;
+  }
   std::string out;
   out.reserve(text.size());
   for (std::size_t offset = 0; offset < text.size();) {

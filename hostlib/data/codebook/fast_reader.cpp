@@ -1,5 +1,5 @@
 #include "hostlib/data/codebook/fast_reader.h"
-#include "hostlib/data/codebook/name_index.h"
+#include "hostlib/data/name_index.h"
 #include "hostlib/data/codebook/top_level_members.h"
 
 #include <simdjson.h>

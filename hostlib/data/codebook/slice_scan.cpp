@@ -16,7 +16,7 @@
 
 #include "hostlib/data/codebook/descriptor.h"
 #include "hostlib/data/codebook/json_nesting.h"
-#include "hostlib/data/codebook/name_index.h"
+#include "hostlib/data/name_index.h"
 
 namespace hostlib::data {
 namespace {

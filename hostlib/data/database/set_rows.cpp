@@ -1,8 +1,10 @@
 #include "hostlib/data/database/set_rows.h"
 
 #include "hostlib/data/database/dictionary_rows.h"
+#include "hostlib/data/name_index.h"
 
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -60,6 +62,38 @@ struct SetRows {
   std::vector<VariableSet> whole;  // when asked: each set, without its variables
 };
 
+// The rows in order of their positions, which are unique (an index). They
+// are usually a permutation of a range about as long as the list: then
+// each row goes straight to its place; else they are sorted.
+std::vector<std::size_t> PositionOrder(const std::vector<std::int64_t>& positions) {
+  std::vector<std::size_t> order;
+  order.reserve(positions.size());
+  if (positions.empty()) return order;
+  const auto [low, high] = std::minmax_element(positions.begin(), positions.end());
+  const auto span = static_cast<std::uint64_t>(*high) - static_cast<std::uint64_t>(*low);
+  if (span < 4 * static_cast<std::uint64_t>(positions.size())) {
+    constexpr std::size_t kEmpty = static_cast<std::size_t>(-1);
+    std::vector<std::size_t> slots(static_cast<std::size_t>(span) + 1, kEmpty);
+    bool unique = true;
+    for (std::size_t i = 0; i < positions.size() && unique; ++i) {
+      std::size_t& slot = slots[static_cast<std::size_t>(positions[i] - *low)];
+      unique = slot == kEmpty;
+      slot = i;
+    }
+    if (unique) {
+      for (const std::size_t i : slots) {
+        if (i != kEmpty) order.push_back(i);
+      }
+      return order;
+    }
+    order.clear();
+  }
+  for (std::size_t i = 0; i < positions.size(); ++i) order.push_back(i);
+  std::stable_sort(order.begin(), order.end(),
+                   [&](std::size_t a, std::size_t b) { return positions[a] < positions[b]; });
+  return order;
+}
+
 // The table is read in its own order, which is the file's, and sorted
 // after: following the index on position would seek for every row.
 SetRows ReadSetRows(const SqliteConnection& db, bool whole) {
@@ -84,7 +118,9 @@ SetRows ReadSetRows(const SqliteConnection& db, bool whole) {
       Corrupt(db, "a set name holds the character U+0000");
     }
     std::string folded = sets.Text(3);
-    if (folded != FoldName(name)) {
+    std::array<char, kShortName> buffer{};
+    std::string other;
+    if (folded != FoldedName(name, buffer, other)) {
       Corrupt(db, "set \"" + name + "\": folded_name does not match the name");
     }
     ids.push_back(sets.Int(0));
@@ -102,11 +138,7 @@ SetRows ReadSetRows(const SqliteConnection& db, bool whole) {
     read.whole = std::move(wholeSets);
     return read;
   }
-  // Positions are unique (an index), so the order is the stored one.
-  std::vector<std::size_t> order(ids.size());
-  for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
-  std::sort(order.begin(), order.end(),
-            [&](std::size_t a, std::size_t b) { return positions[a] < positions[b]; });
+  const std::vector<std::size_t> order = PositionOrder(positions);
   read.stored.ids.reserve(order.size());
   read.stored.positions.reserve(order.size());
   read.stored.foldedNames.reserve(order.size());

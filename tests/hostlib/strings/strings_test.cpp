@@ -57,6 +57,11 @@ TEST(PlatformStringsTest, CompareWithoutCase) {
   EXPECT_LT(VORNMBstricmp_A("z", "ä"), 0);  // code point order
   EXPECT_EQ(VORNMBstricmp_A("a\xFF", "A\xFF"), 0);
   EXPECT_NE(VORNMBstricmp_A("a\xFE", "a\xFF"), 0);
+  EXPECT_GT(VORNMBstricmp_A("Z", "_"), 0);  // folded: "z" after "_"
+  EXPECT_EQ(VORNMBstricmp_A("Q1är", "q1ÄR"), 0);
+  EXPECT_LT(VORNMBstricmp_A("q1", "Q1ä"), 0);
+  EXPECT_GT(VORNMBstricmp_A("q1ä", "Q1"), 0);
+  EXPECT_LT(VORNMBstricmp_A("Q1a", "q1ä"), 0);
 
   EXPECT_NE(VORNMBqstricmp_A("LABELSXYZ", 6, "LABELSOURCE", 6, 0), 0);
   EXPECT_NE(VORNMBqstricmp_A("labels", 6, "LABELSOURCE", 6, 0), 0);

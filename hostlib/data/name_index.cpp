@@ -1,4 +1,4 @@
-#include "hostlib/data/codebook/name_index.h"
+#include "hostlib/data/name_index.h"
 
 #include <algorithm>
 
