@@ -1,6 +1,7 @@
 #include "hostlib/data/codebook/codebook_store.h"
 
 #include <algorithm>
+#include <future>
 #include <string>
 #include <utility>
 
@@ -83,20 +84,30 @@ void CodebookFile::Save(const Dataset& dataset) {
   // The file is the text read with the bytes at the set list's place
   // replaced; only those are made anew.
   const std::vector<VariableSet>& sets = dataset.MultipleResponseSets();
-  std::string setsText;
-  if (setsPlace_.present || !sets.empty()) {
-    // A command changes a few sets: the old list's size with some room is
-    // what the new one needs.
-    setsText = RenderSetList(sets, setsPlace_.indent, path_, setsSize_ + 4096);
-    if (!setsPlace_.present) {
-      setsText = ",\n" + setsPlace_.indent + "\"" + kCodebookSetsKey + "\": " + setsText;
-    }
-  }
   const std::size_t cutBegin = setsPlace_.present ? setsPlace_.value.begin : setsPlace_.insertAt;
   const std::size_t cutEnd = setsPlace_.present ? setsPlace_.value.end : setsPlace_.insertAt;
+  std::string setsText;
   try {
     files::AtomicFileWriter writer(path_, env_);
-    writer.AppendCopy(source_->Descriptor(), path_, 0, cutBegin);
+    const auto copyPrefix = [&] { writer.AppendCopy(source_->Descriptor(), path_, 0, cutBegin); };
+    // A large file's bytes before the list are copied (by the kernel, on a
+    // thread of their own) while the list is rendered.
+    constexpr std::size_t kLargePrefix = std::size_t{8} << 20;
+    std::future<void> prefix;
+    if (cutBegin >= kLargePrefix) {
+      prefix = std::async(std::launch::async, copyPrefix);
+    } else {
+      copyPrefix();
+    }
+    if (setsPlace_.present || !sets.empty()) {
+      // A command changes a few sets: the old list's size with some room is
+      // what the new one needs.
+      setsText = RenderSetList(sets, setsPlace_.indent, path_, setsSize_ + 4096);
+      if (!setsPlace_.present) {
+        setsText = ",\n" + setsPlace_.indent + "\"" + kCodebookSetsKey + "\": " + setsText;
+      }
+    }
+    if (prefix.valid()) prefix.get();
     writer.Append(setsText);
     writer.AppendCopy(source_->Descriptor(), path_, static_cast<off_t>(cutEnd),
                       source_->Size() - cutEnd);
