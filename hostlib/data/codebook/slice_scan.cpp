@@ -234,8 +234,11 @@ class JobQueue {
       if (anywhere) waiting_.push_back(waiting);
     }
     workReady_.notify_one();
-    // Ahead of the worker (or without one): parse a job here too.
-    while (RunOneHere(worker_.joinable() ? 1 : 0)) {
+    // Well ahead of the worker (or without one): parse a job here too. The
+    // worker's backlog is what it parses while this thread reads the sets,
+    // which come last and are read here.
+    constexpr std::size_t kBacklog = 16;
+    while (RunOneHere(worker_.joinable() ? kBacklog : 0)) {
     }
   }
 
