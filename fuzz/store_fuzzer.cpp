@@ -16,6 +16,7 @@
 
 #include "fuzz/fuzz_files.h"
 #include "hostlib/data/codebook/descriptor.h"
+#include "hostlib/data/codebook/slice_scan.h"
 #include "hostlib/data/dataset_store.h"
 #include "hostlib/data/open_dataset_store.h"
 #include "hostlib/files/files.h"
@@ -70,7 +71,43 @@ void CheckOpenedTextIsJson(std::string_view bytes) {
   }
 }
 
+// What a scan found, spelled out.
+std::string Spelled(const hostlib::data::SliceScan& scan) {
+  std::string text = std::to_string(scan.rootBegin) + " [" + scan.firstKeyIndent + "] " +
+                     std::to_string(scan.lastValueEnd) + " [" + scan.setsKeyIndent + "] " +
+                     std::to_string(scan.setsValue.begin) + "-" +
+                     std::to_string(scan.setsValue.end) + " fault " +
+                     (scan.fieldFault ? std::to_string(scan.fieldFault->index) : "none") + "\n";
+  for (const auto& member : scan.topLevel) {
+    text += std::to_string(member.key.begin) + "-" + std::to_string(member.value.end) + "\n";
+  }
+  for (const auto& field : scan.fields) {
+    text += std::to_string(field.begin) + "-" + std::to_string(field.end) + " " +
+            std::string(scan.NameOf(field)) + "\n";
+  }
+  return text;
+}
+
+// The open's scan finds in slices what it finds in one, wherever the
+// slices are cut (and with the parsing shared between threads).
+void CheckSlicesAgree(const std::filesystem::path& path, std::string_view bytes) {
+  if (bytes.empty() || bytes.substr(0, 16) == std::string_view("SQLite format 3\0", 16)) return;
+  const hostlib::data::SourceFile source(path, hostlib::files::DefaultEnv());
+  hostlib::data::SliceScan whole;
+  hostlib::data::SliceScan sliced;
+  const std::size_t slice = 1 + static_cast<unsigned char>(bytes.back()) % 61;
+  const bool wholeFound = hostlib::data::ScanInSlices(source, whole, nullptr, bytes.size() + 1);
+  const bool slicedFound = hostlib::data::ScanInSlices(source, sliced, nullptr, slice);
+  if (wholeFound != slicedFound || (wholeFound && Spelled(whole) != Spelled(sliced))) {
+    std::fprintf(stderr, "in slices of %zu the scan %s, in one it %s\n%s---\n%s", slice,
+                 slicedFound ? "succeeds" : "fails", wholeFound ? "succeeds" : "fails",
+                 Spelled(sliced).c_str(), Spelled(whole).c_str());
+    std::abort();
+  }
+}
+
 void OpenChangeAndSave(const std::filesystem::path& path, std::string_view bytes) {
+  CheckSlicesAgree(path, bytes);
   const auto store = hostlib::data::OpenDatasetStore(path);
   Dataset dataset = store->Load();
   CheckOpenedTextIsJson(bytes);

@@ -115,20 +115,15 @@ class DocumentReader {
     return ReadSet(element, root.Child(kCodebookSetsKey).Child(index));
   }
 
-  [[noreturn]] void FailDuplicateSet(std::size_t index, std::string_view name,
-                                     std::size_t firstIndex, std::string_view firstName) const {
+  // The entry at `index` of the list under `listKey` (the fields or the
+  // sets) has a name that folds as that of the one at `firstIndex`.
+  [[noreturn]] void FailDuplicateIn(std::string_view listKey, std::size_t index,
+                                    std::string_view name, std::size_t firstIndex,
+                                    std::string_view firstName) const {
     const Place root;
-    const Place sets = root.Child(kCodebookSetsKey);
-    FailDuplicate(sets.Child(index).Child("name"), name, firstName,
-                  sets.Child(firstIndex).Child("name"));
-  }
-
-  [[noreturn]] void FailDuplicateField(std::size_t index, std::string_view name,
-                                       std::size_t firstIndex, std::string_view firstName) const {
-    const Place root;
-    const Place fields = root.Child(kCodebookFieldsKey);
-    FailDuplicate(fields.Child(index).Child("name"), name, firstName,
-                  fields.Child(firstIndex).Child("name"));
+    const Place list = root.Child(listKey);
+    FailDuplicate(list.Child(index).Child("name"), name, firstName,
+                  list.Child(firstIndex).Child("name"));
   }
 
   // What the open checks of the field at `index`: whether it is an object
@@ -403,8 +398,8 @@ class SetCollector final : public SetSink {
     });
     if (repeat) {
       const auto [later, earlier] = *repeat;
-      reader_.FailDuplicateSet(later, sets_[later].GetName(kAsStored), earlier,
-                               sets_[earlier].GetName(kAsStored));
+      reader_.FailDuplicateIn(kCodebookSetsKey, later, sets_[later].GetName(kAsStored), earlier,
+                              sets_[earlier].GetName(kAsStored));
     }
     if (fault_) std::rethrow_exception(fault_);
     return std::move(sets_);
@@ -499,7 +494,8 @@ class CodebookDictionary final : public DictionarySource {
     });
     if (repeat) {
       const auto [later, earlier] = *repeat;
-      DocumentReader(file_).FailDuplicateField(later, NameOf(later), earlier, NameOf(earlier));
+      DocumentReader(file_).FailDuplicateIn(kCodebookFieldsKey, later, NameOf(later), earlier,
+                                            NameOf(earlier));
     }
   }
 
