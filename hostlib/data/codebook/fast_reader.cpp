@@ -1,5 +1,6 @@
 #include "hostlib/data/codebook/fast_reader.h"
 #include "hostlib/data/codebook/top_level_members.h"
+#include "hostlib/data/codebook/slice_scan.h"
 #include "hostlib/data/name_index.h"
 
 #include <simdjson.h>

@@ -20,7 +20,6 @@
 #include "hostlib/data/codebook/descriptor.h"
 #include "hostlib/data/codebook/json_nesting.h"
 #include "hostlib/data/codebook/json_spans.h"
-#include "hostlib/data/codebook/slice_scan.h"
 #include "hostlib/data/codebook/source_file.h"
 #include "hostlib/files/env.h"
 #include "hostlib/files/files.h"
