@@ -27,8 +27,7 @@ std::uint32_t NameHash(std::string_view name) {
   return HashOfFolded(FoldedName(name, buffer, other));
 }
 
-NameIndex::NameIndex(const std::vector<std::uint32_t>& hashes) : keys_(hashes.size()) {
-  for (std::size_t i = 0; i < hashes.size(); ++i) keys_[i] = std::uint64_t{hashes[i]} << 32 | i;
+void NameIndex::SortByHash() {
   // A radix sort by the hash, in three passes of 11, 11 and 10 bits; each
   // keeps the order of equal ones.
   std::vector<std::uint64_t> sorted(keys_.size());

@@ -28,8 +28,12 @@ std::uint32_t NameHash(std::string_view name);
 
 class NameIndex {
  public:
-  // `hashes[i]` is the NameHash of the name at index i.
-  explicit NameIndex(const std::vector<std::uint32_t>& hashes);
+  // `hashOf(i)` is the NameHash of the name at index i, for i below `count`.
+  template <typename HashOf>
+  NameIndex(std::size_t count, HashOf&& hashOf) : keys_(count) {
+    for (std::size_t i = 0; i < count; ++i) keys_[i] = std::uint64_t{hashOf(i)} << 32 | i;
+    SortByHash();
+  }
   NameIndex() = default;
 
   // The index of the first name whose hash is `hash` and for which `matches`
@@ -70,6 +74,8 @@ class NameIndex {
   }
 
  private:
+  void SortByHash();
+
   std::vector<std::uint64_t> keys_;  // a name's hash << 32 | its index
 };
 

@@ -1,20 +1,14 @@
 #include "hostlib/data/codebook/fast_reader.h"
-#include "hostlib/data/codebook/top_level_members.h"
 #include "hostlib/data/codebook/slice_scan.h"
+#include "hostlib/data/codebook/top_level_members.h"
 #include "hostlib/data/name_index.h"
 
 #include <simdjson.h>
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
 #include <algorithm>
 #include <array>
-
-#include <cerrno>
 #include <cstdint>
-#include <cstring>
-#include <deque>
+#include <exception>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -22,7 +16,6 @@
 #include <new>
 #include <optional>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -392,7 +385,7 @@ class SetCollector final : public SetSink {
   // Throws the first fault: the first set whose name repeats an earlier
   // one's, or the first set that could not be read, whichever comes first.
   std::vector<VariableSet> TakeSets() {
-    const NameIndex index(hashes_);
+    const NameIndex index(hashes_.size(), [&](std::size_t i) { return hashes_[i]; });
     const auto repeat = index.FirstRepeat([&](std::size_t earlier, std::size_t later) {
       return FoldName(sets_[earlier].GetName(kAsStored)) ==
              FoldName(sets_[later].GetName(kAsStored));
@@ -487,9 +480,7 @@ class CodebookDictionary final : public DictionarySource {
   // Refuses two names that fold alike, as the first field read in full
   // would: the first field whose name folds as an earlier one's.
   void BuildIndex() {
-    std::vector<std::uint32_t> hashes(entries_.size());
-    for (std::size_t i = 0; i < entries_.size(); ++i) hashes[i] = entries_[i].nameHash;
-    index_ = NameIndex(hashes);
+    index_ = NameIndex(entries_.size(), [&](std::size_t i) { return entries_[i].nameHash; });
     const auto repeat = index_.FirstRepeat([&](std::size_t earlier, std::size_t later) {
       return FoldName(NameOf(earlier)) == FoldName(NameOf(later));
     });

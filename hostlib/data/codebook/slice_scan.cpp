@@ -123,6 +123,12 @@ class JobParser {
     }
   }
 
+  // Whether `size` bytes at `text` (with padding after them) are JSON.
+  bool IsJson(const char* text, std::size_t size) {
+    Element element;
+    return parser_.parse(text, size, false).get(element) == simdjson::SUCCESS;
+  }
+
   void Run(Job& job) {
     try {
       Element array;
@@ -191,8 +197,10 @@ class JobParser {
 class JobQueue {
  public:
   JobQueue(const SetSink* sets, std::size_t sliceSize, bool threaded)
-      : sliceSize_(sliceSize), ownParser_(sets, sliceSize), workerParser_(sets, sliceSize) {
-    if (threaded) worker_ = std::thread([this] { Work(); });
+      : sliceSize_(sliceSize), ownParser_(sets, sliceSize) {
+    if (!threaded) return;
+    workerParser_.emplace(sets, sliceSize);
+    worker_ = std::thread([this] { Work(); });
   }
   JobQueue(const JobQueue&) = delete;
   JobQueue& operator=(const JobQueue&) = delete;
@@ -206,6 +214,9 @@ class JobQueue {
   }
 
   // With room for the fields of a slice (of 64 bytes or more), made here.
+  // The parser of this thread, for the top level's values.
+  JobParser& OwnParser() { return ownParser_; }
+
   std::unique_ptr<Job> NewJob() {
     if (spare_.empty()) {
       auto job = std::make_unique<Job>();
@@ -294,7 +305,7 @@ class JobQueue {
         job = waiting_.front();
         waiting_.pop_front();
       }
-      workerParser_.Run(*job);
+      workerParser_->Run(*job);
       {
         const std::lock_guard lock(mutex_);
         job->done = true;
@@ -305,7 +316,7 @@ class JobQueue {
 
   std::size_t sliceSize_;
   JobParser ownParser_;
-  JobParser workerParser_;
+  std::optional<JobParser> workerParser_;  // made here, with a worker
   std::mutex mutex_;
   std::condition_variable workReady_;
   std::condition_variable jobDone_;
@@ -322,7 +333,8 @@ class SliceScanner {
       : source_(source),
         scan_(scan),
         sets_(sets),
-        jobs_(sets, sliceSize, source.Size() > 2 * sliceSize) {}
+        jobs_(sets, std::min(sliceSize, std::max<std::size_t>(source.Size(), 1)),
+              source.Size() > 2 * sliceSize) {}
 
   bool Run(std::size_t sliceSize) {
     std::size_t capacity = std::min(sliceSize, std::max<std::size_t>(source_.Size(), 1));
@@ -345,8 +357,7 @@ class SliceScanner {
   bool Allocate(std::size_t capacity) {
     // The padding the parser reads past the end.
     buffer_.resize(capacity + simdjson::SIMDJSON_PADDING);
-    return cutter_.allocate(capacity, 1) == simdjson::SUCCESS &&
-           parser_.allocate(capacity, kMaxJsonNesting - 2) == simdjson::SUCCESS;
+    return cutter_.allocate(capacity, 1) == simdjson::SUCCESS;
   }
 
   // Walks the slice from resume_; afterwards resume_ is past its last
@@ -567,11 +578,8 @@ class SliceScanner {
   }
 
   bool ValueIsJson(const char* text) {
-    Element element;
-    return parser_
-               .parse(text + (member_.value.begin - base_), member_.value.end - member_.value.begin,
-                      false)
-               .get(element) == simdjson::SUCCESS;
+    return jobs_.OwnParser().IsJson(text + (member_.value.begin - base_),
+                                    member_.value.end - member_.value.begin);
   }
 
   void FinishMember() {
@@ -653,7 +661,6 @@ class SliceScanner {
   SetSink* sets_;
   std::string buffer_;
   simdjson::dom::parser cutter_;  // finds a slice's structure
-  simdjson::dom::parser parser_;  // parses the top level's values
   // Where the walk resumes: the place past the last complete part, and the
   // state there.
   std::size_t resume_ = 0;
