@@ -78,92 +78,131 @@ std::size_t LastQuote(const char* text, std::size_t end) {
   return 0;
 }
 
-// A slice's elements of one top-level list, copied out of the slice as an
-// array, to be parsed by whichever thread is free; and what the parse found.
-struct Job {
+// A slice of the file and what simdjson's first stage found in it: where
+// each structural character is. Its values are parsed from there, by
+// simdjson's second stage, without being copied out.
+struct Slice {
+  std::string text;             // the slice, with the padding the parser reads past it
+  simdjson::dom::parser index;  // the first stage's findings (no document)
+  std::size_t capacity = 0;
+
+  // Elements nest below the root and a list; a top-level value, one level
+  // less: for those the walk is stricter than need be, and leaves what it
+  // refuses to the careful reader.
+  static constexpr std::size_t kDepth = kMaxJsonNesting - 3;
+
+  bool Allocate(std::size_t size) {
+    text.resize(size + simdjson::SIMDJSON_PADDING);
+    capacity = size;
+    return index.allocate(size, kDepth) == simdjson::SUCCESS;
+  }
+  simdjson::internal::dom_parser_implementation& Stage() { return *index.implementation; }
+};
+
+// An element of a top-level list: its place in the file and the structural
+// characters it begins at and that follows it, in its slice.
+struct ElementAt {
+  std::size_t begin = 0;
+  std::size_t end = 0;
+  std::uint32_t first = 0;
+  std::uint32_t next = 0;
+};
+
+// A slice's part of one top-level list: the beginning of a list, or
+// elements; and what the parse found of them.
+struct Part {
   Key key = Key::kOther;
-  bool beginsList = false;                                    // no elements: a list of `key` begins
-  std::string bytes;                                          // "[", the elements, "]"
-  std::size_t base = 0;                                       // the place in the file of bytes[1]
-  std::vector<std::pair<std::size_t, std::size_t>> elements;  // their places in the file
-  std::size_t firstIndex = 0;                                 // of the first element, in its list
+  bool beginsList = false;  // no elements: a list of `key` begins
+  std::vector<ElementAt> elements;
+  std::size_t firstIndex = 0;  // of the first element, in its list
+
+  std::vector<FieldEntry> fields;
+  std::string names;
+  std::optional<FieldFault> fieldFault;  // its index within the part
+  std::vector<SetElement> sets;
+};
+
+// A slice's parts, to be parsed by whichever thread is free; it holds the
+// slice until they are gathered.
+struct Job {
+  std::unique_ptr<Slice> slice;
+  std::vector<Part> parts;
+  bool makesSets = false;
 
   bool done = false;
   bool parsed = false;
   std::exception_ptr failure;  // of the parse itself (memory)
-  std::vector<FieldEntry> fields;
-  std::string names;
-  std::optional<FieldFault> fieldFault;  // its index within the job
-  std::vector<SetElement> sets;
 
   void Clear() {
-    beginsList = done = parsed = false;
-    bytes.clear();
-    elements.clear();
+    slice.reset();
+    parts.clear();
+    makesSets = done = parsed = false;
     failure = nullptr;
-    fields.clear();
-    names.clear();
-    fieldFault.reset();
-    sets.clear();
   }
 };
 
-// Parses a job's array and reads its fields or sets.
+// Parses a job's elements from their slice and reads its fields or sets.
 class JobParser {
  public:
-  // Room for a slice, made on the thread that makes the parser: the memory
-  // a thread allocates for itself comes in fresh pages.
-  JobParser(const SetSink* sets, std::size_t sliceSize) : sets_(sets) {
-    // A slice's elements sit three levels down (the root, the list).
-    // simdjson makes a parser's document at its first parse; it is made
-    // here instead, through the member it keeps public for that.
-    if (parser_.allocate(sliceSize + 2, kMaxJsonNesting - 2) != simdjson::SUCCESS ||
-        parser_.doc.allocate(sliceSize + 2) != simdjson::SUCCESS) {
+  // Room for an element of a slice, made on the thread that makes the
+  // parser: the memory a thread allocates for itself comes in fresh pages.
+  JobParser(const SetSink* sets, std::size_t capacity) : sets_(sets) { Reserve(capacity); }
+
+  void Reserve(std::size_t capacity) {
+    if (document_.capacity() < capacity && document_.allocate(capacity) != simdjson::SUCCESS) {
       throw std::bad_alloc();
     }
   }
 
-  // Whether `size` bytes at `text` (with padding after them) are JSON.
-  bool IsJson(const char* text, std::size_t size) {
-    Element element;
-    return parser_.parse(text, size, false).get(element) == simdjson::SUCCESS;
+  // Parses the value of `slice` that begins at structural `first` and
+  // ends before structural `next`; false when it is no JSON.
+  bool Parse(Slice& slice, std::uint32_t first, std::uint32_t next, Element& value) {
+    Reserve(slice.capacity);
+    auto& stage = slice.Stage();
+    stage.next_structural_index = first;
+    if (stage.stage2_next(document_) != simdjson::SUCCESS || stage.next_structural_index != next) {
+      return false;
+    }
+    value = document_.root();
+    return true;
   }
 
   void Run(Job& job) {
     try {
-      Element array;
-      job.parsed =
-          job.beginsList ||
-          parser_.parse(job.bytes.data(), job.bytes.size(), false).get(array) == simdjson::SUCCESS;
-      if (job.parsed && !job.beginsList) Read(job, array);
+      job.parsed = true;
+      for (Part& part : job.parts) {
+        if (!part.beginsList && !Read(*job.slice, part)) {
+          job.parsed = false;
+          return;
+        }
+      }
     } catch (...) {
       job.failure = std::current_exception();
     }
   }
 
  private:
-  void Read(Job& job, const Element& array) {
-    if (job.key == Key::kOther || (job.key == Key::kSets && sets_ == nullptr)) return;
-    const simdjson::dom::array elements(array);
-    if (elements.size() != job.elements.size()) {
-      job.parsed = false;
-      return;
-    }
-    std::size_t i = 0;
-    for (const Element element : elements) {
-      const auto [begin, end] = job.elements[i];
-      if (job.key == Key::kFields) {
-        AddField(job, element, begin, end);
+  bool Read(Slice& slice, Part& part) {
+    const bool keep = part.key == Key::kFields || (part.key == Key::kSets && sets_ != nullptr);
+    std::size_t i = part.firstIndex;
+    for (const ElementAt& at : part.elements) {
+      Element element;
+      if (!Parse(slice, at.first, at.next, element)) return false;
+      if (!keep) continue;
+      if (part.key == Key::kFields) {
+        AddField(part, element, at.begin, at.end);
       } else {
-        const std::string_view bytes(job.bytes.data() + 1 + (begin - job.base), end - begin);
-        job.sets.push_back(sets_->Read(element, bytes, job.firstIndex + i));
+        const std::size_t offset = slice.Stage().structural_indexes[at.first];
+        const std::string_view bytes(slice.text.data() + offset, at.end - at.begin);
+        part.sets.push_back(sets_->Read(element, bytes, i));
       }
       ++i;
     }
+    return true;
   }
 
-  static void AddField(Job& job, const Element& field, std::size_t begin, std::size_t end) {
-    FieldEntry entry{begin, end, job.names.size(), 0};
+  static void AddField(Part& part, const Element& field, std::size_t begin, std::size_t end) {
+    FieldEntry entry{begin, end, part.names.size(), 0};
     const bool isObject = field.type() == simdjson::dom::element_type::OBJECT;
     bool hasName = false;
     bool isString = false;
@@ -178,28 +217,27 @@ class JobParser {
       }
     }
     const bool faulty = !isString || name.empty() || name.find('\0') != std::string_view::npos;
-    if (faulty && !job.fieldFault) {
-      job.fieldFault = FieldFault{job.fields.size(), isObject, hasName,
-                                  isString ? std::optional<std::string>(name) : std::nullopt};
+    if (faulty && !part.fieldFault) {
+      part.fieldFault = FieldFault{part.fields.size(), isObject, hasName,
+                                   isString ? std::optional<std::string>(name) : std::nullopt};
     }
-    job.names.append(name);
+    part.names.append(name);
     entry.nameSize = static_cast<std::uint32_t>(name.size());
     entry.nameHash = NameHash(name);
-    job.fields.push_back(entry);
+    part.fields.push_back(entry);
   }
 
   const SetSink* sets_;
-  simdjson::dom::parser parser_;
+  simdjson::dom::document document_;
 };
 
 // Jobs in the file's order, run by a second thread as they come, and by the
 // walk's own thread when it is ahead.
 class JobQueue {
  public:
-  JobQueue(const SetSink* sets, std::size_t sliceSize, bool threaded)
-      : sliceSize_(sliceSize), ownParser_(sets, sliceSize) {
+  JobQueue(const SetSink* sets, std::size_t capacity, bool threaded) : ownParser_(sets, capacity) {
     if (!threaded) return;
-    workerParser_.emplace(sets, sliceSize);
+    workerParser_.emplace(sets, capacity);
     worker_ = std::thread([this] { Work(); });
   }
   JobQueue(const JobQueue&) = delete;
@@ -213,28 +251,22 @@ class JobQueue {
     if (worker_.joinable()) worker_.join();
   }
 
-  // With room for the fields of a slice (of 64 bytes or more), made here.
   // The parser of this thread, for the top level's values.
   JobParser& OwnParser() { return ownParser_; }
 
   std::unique_ptr<Job> NewJob() {
-    if (spare_.empty()) {
-      auto job = std::make_unique<Job>();
-      job->bytes.reserve(sliceSize_ + 2 + simdjson::SIMDJSON_PADDING);
-      job->fields.reserve(sliceSize_ / 64);
-      job->names.reserve(sliceSize_ / 16);
-      return job;
-    }
+    if (spare_.empty()) return std::make_unique<Job>();
     std::unique_ptr<Job> job = std::move(spare_.back());
     spare_.pop_back();
     job->Clear();
     return job;
   }
 
-  // A job that makes many objects is run here at once: the worker's own
-  // memory arena would be fresh pages.
-  void Submit(std::unique_ptr<Job> job, bool anywhere) {
+  // A job that makes sets is run here at once: the worker's own memory
+  // arena would be fresh pages for their many objects.
+  void Submit(std::unique_ptr<Job> job) {
     Job* const waiting = job.get();
+    const bool anywhere = !job->makesSets;
     if (!anywhere) {
       ownParser_.Run(*job);
       job->done = true;
@@ -245,10 +277,10 @@ class JobQueue {
       if (anywhere) waiting_.push_back(waiting);
     }
     workReady_.notify_one();
-    // Well ahead of the worker (or without one): parse a job here too. The
-    // worker's backlog is what it parses while this thread reads the sets,
-    // which come last and are read here.
-    constexpr std::size_t kBacklog = 16;
+    // Ahead of the worker (or without one): parse a job here too. Each job
+    // waiting holds a slice, whose memory is fresh pages when it is new: so
+    // the worker is kept only a little behind.
+    constexpr std::size_t kBacklog = 2;
     while (RunOneHere(worker_.joinable() ? kBacklog : 0)) {
     }
   }
@@ -314,7 +346,6 @@ class JobQueue {
     }
   }
 
-  std::size_t sliceSize_;
   JobParser ownParser_;
   std::optional<JobParser> workerParser_;  // made here, with a worker
   std::mutex mutex_;
@@ -338,14 +369,14 @@ class SliceScanner {
 
   bool Run(std::size_t sliceSize) {
     std::size_t capacity = std::min(sliceSize, std::max<std::size_t>(source_.Size(), 1));
-    if (!Allocate(capacity)) return false;
     while (resume_ < source_.Size()) {
       const std::size_t before = resume_;
       bool atEnd = false;
       if (!ScanSlice(capacity, atEnd) || !Gather(false)) return false;
       if (resume_ > before) continue;
       // Nothing in the slice was complete: a value larger than the slice.
-      if (atEnd || !Allocate(capacity *= 2)) return false;
+      if (atEnd) return false;
+      capacity *= 2;
     }
     if (!Gather(true) || state_ != State::kEnd) return false;
     if (scan_.anyMember) scan_.firstKeyIndent = IndentBefore(firstKeyBegin_);
@@ -354,16 +385,25 @@ class SliceScanner {
   }
 
  private:
-  bool Allocate(std::size_t capacity) {
-    // The padding the parser reads past the end.
-    buffer_.resize(capacity + simdjson::SIMDJSON_PADDING);
-    return cutter_.allocate(capacity, 1) == simdjson::SUCCESS;
+  // A slice of `capacity` bytes: one whose job was gathered, or a new one.
+  std::unique_ptr<Slice> TakeSlice(std::size_t capacity) {
+    std::unique_ptr<Slice> slice;
+    if (spareSlices_.empty()) {
+      slice = std::make_unique<Slice>();
+    } else {
+      slice = std::move(spareSlices_.back());
+      spareSlices_.pop_back();
+    }
+    if (slice->capacity != capacity && !slice->Allocate(capacity)) throw std::bad_alloc();
+    return slice;
   }
 
-  // Walks the slice from resume_; afterwards resume_ is past its last
-  // complete part.
+  // Walks a slice from resume_; afterwards resume_ is past its last
+  // complete part, and the slice's elements are handed to the job queue.
   bool ScanSlice(std::size_t capacity, bool& atEnd) {
-    char* const text = buffer_.data();
+    slice_ = TakeSlice(capacity);
+    job_ = jobs_.NewJob();
+    char* const text = slice_->text.data();
     base_ = resume_;
     const std::size_t size = source_.ReadInto(text, capacity, base_);
     atEnd = size < capacity || base_ + size >= source_.Size();
@@ -374,9 +414,15 @@ class SliceScanner {
       error = Stage1(text, cut);
     }
     if (error != simdjson::SUCCESS && error != simdjson::EMPTY) return false;
-    const std::size_t count =
-        error == simdjson::EMPTY ? 0 : cutter_.implementation->n_structural_indexes;
-    return Walk(text, cut, count);
+    const std::size_t count = error == simdjson::EMPTY ? 0 : slice_->Stage().n_structural_indexes;
+    if (!Walk(text, cut, count)) return false;
+    if (job_->parts.empty()) {
+      spareSlices_.push_back(std::move(slice_));
+      return true;
+    }
+    job_->slice = std::move(slice_);
+    jobs_.Submit(std::move(job_));
+    return true;
   }
 
   // After the slice's last line end, where no string of valid JSON is open;
@@ -392,12 +438,12 @@ class SliceScanner {
 
   simdjson::error_code Stage1(const char* text, std::size_t size) {
     if (size == 0) return simdjson::EMPTY;
-    return cutter_.implementation->stage1(reinterpret_cast<const std::uint8_t*>(text), size,
-                                          simdjson::stage1_mode::regular);
+    return slice_->Stage().stage1(reinterpret_cast<const std::uint8_t*>(text), size,
+                                  simdjson::stage1_mode::regular);
   }
 
   bool Walk(const char* text, std::size_t cut, std::size_t count) {
-    const std::uint32_t* const structurals = cutter_.implementation->structural_indexes.get();
+    const std::uint32_t* const structurals = slice_->Stage().structural_indexes.get();
     State state = state_;
     std::size_t committed = count;  // the structural last committed; count for none
     const auto commit = [&](std::size_t i) {
@@ -406,8 +452,8 @@ class SliceScanner {
     };
     std::size_t nested = 0;
     bool scalar = false;
-    std::size_t elementBegin = 0;
-    std::size_t elementEnd = 0;
+    ElementAt element;
+    std::uint32_t valueFirst = 0;
     for (std::size_t i = 0; i < count; ++i) {
       std::size_t at = structurals[i];
       char c = text[at];
@@ -435,6 +481,7 @@ class SliceScanner {
           break;
         case State::kValue:
           member_.value.begin = base_ + at;
+          valueFirst = static_cast<std::uint32_t>(i);
           inList_ = c == '[';
           if (inList_) {
             BeginList();
@@ -463,7 +510,7 @@ class SliceScanner {
             member_.value.end = base_ + at + 1;
             state = State::kAfterValue;
           } else {
-            elementEnd = at + 1;
+            element.end = at + 1;
             state = State::kAfterElement;
           }
           break;
@@ -471,7 +518,7 @@ class SliceScanner {
           if (c != ',' && c != '}') return false;
           if (scalar) member_.value.end = base_ + EndBefore(text, at);
           scalar = false;
-          if (!inList_ && !ValueIsJson(text)) return false;
+          if (!inList_ && !ValueIsJson(valueFirst, static_cast<std::uint32_t>(i))) return false;
           FinishMember();
           state = c == ',' ? State::kKey : State::kEnd;
           commit(i);
@@ -485,7 +532,8 @@ class SliceScanner {
           }
           [[fallthrough]];
         case State::kElement:
-          elementBegin = at;
+          element.begin = at;
+          element.first = static_cast<std::uint32_t>(i);
           if (kNesting[static_cast<unsigned char>(c)] > 0) {
             nested = 1;
             state = State::kInElement;
@@ -498,11 +546,12 @@ class SliceScanner {
           break;
         case State::kAfterElement:
           if (c != ',' && c != ']') return false;
-          if (scalar) elementEnd = EndBefore(text, at);
+          if (scalar) element.end = EndBefore(text, at);
           scalar = false;
-          batch_.emplace_back(elementBegin, elementEnd);
+          element.next = static_cast<std::uint32_t>(i);
+          batch_.push_back(element);
           if (c == ']') {
-            SubmitBatch(text);
+            AddBatch();
             member_.value.end = base_ + at + 1;
             state = State::kAfterValue;
           } else {
@@ -514,7 +563,7 @@ class SliceScanner {
           return false;  // more than white space after the root
       }
     }
-    SubmitBatch(text);
+    AddBatch();
     // Past the last structural committed; past the whole slice when no
     // structural follows it (only white space does).
     if (count == 0 || committed == count - 1) {
@@ -546,10 +595,7 @@ class SliceScanner {
       scan_.fieldsPresent = true;
       scan_.fieldsAnArray = false;
       // Whatever its value, a later list of fields replaces an earlier one.
-      auto job = jobs_.NewJob();
-      job->key = Key::kFields;
-      job->beginsList = true;
-      jobs_.Submit(std::move(job), false);
+      AddListBeginning();
     }
     return true;
   }
@@ -560,10 +606,7 @@ class SliceScanner {
     if (key_ == Key::kFields) scan_.fieldsAnArray = true;
     if (key_ == Key::kSets) {
       scan_.setsAnArray = true;
-      auto job = jobs_.NewJob();
-      job->key = Key::kSets;
-      job->beginsList = true;
-      jobs_.Submit(std::move(job), false);
+      AddListBeginning();
     }
   }
 
@@ -577,9 +620,9 @@ class SliceScanner {
     return begin > 0 && indent.size() == before.size() ? std::string() : indent;
   }
 
-  bool ValueIsJson(const char* text) {
-    return jobs_.OwnParser().IsJson(text + (member_.value.begin - base_),
-                                    member_.value.end - member_.value.begin);
+  bool ValueIsJson(std::uint32_t first, std::uint32_t next) {
+    Element value;
+    return jobs_.OwnParser().Parse(*slice_, first, next, value);
   }
 
   void FinishMember() {
@@ -588,35 +631,46 @@ class SliceScanner {
     if (key_ == Key::kSets) scan_.setsValue = member_.value;
   }
 
-  // The complete elements the slice holds of a list, copied out as an array.
-  void SubmitBatch(const char* text) {
+  void AddListBeginning() {
+    Part& part = job_->parts.emplace_back();
+    part.key = key_;
+    part.beginsList = true;
+  }
+
+  // The complete elements the slice holds of a list.
+  void AddBatch() {
     if (batch_.empty()) return;
-    auto job = jobs_.NewJob();
-    job->key = key_;
-    const std::size_t begin = batch_.front().first;
-    const std::size_t end = batch_.back().second;
-    job->bytes.reserve(end - begin + 2 + simdjson::SIMDJSON_PADDING);
-    job->bytes.append(1, '[').append(text + begin, end - begin).append(1, ']');
-    job->base = base_ + begin;
-    for (const auto& [elementBegin, elementEnd] : batch_) {
-      job->elements.emplace_back(base_ + elementBegin, base_ + elementEnd);
+    Part& part = job_->parts.emplace_back();
+    part.key = key_;
+    part.elements.reserve(batch_.size());
+    if (key_ == Key::kFields) {
+      // Made here, not on the thread that fills them (fresh pages there).
+      part.fields.reserve(batch_.size());
+      part.names.reserve((batch_.back().end - batch_.front().begin) / 8);
     }
-    job->firstIndex = listLength_;
+    for (ElementAt element : batch_) {
+      element.begin += base_;
+      element.end += base_;
+      part.elements.push_back(element);
+    }
+    part.firstIndex = listLength_;
     listLength_ += batch_.size();
     batch_.clear();
-    const bool makesSets = key_ == Key::kSets && sets_ != nullptr;
-    jobs_.Submit(std::move(job), !makesSets);
+    if (key_ == Key::kSets && sets_ != nullptr) job_->makesSets = true;
   }
 
   // Gathers the jobs done, in order; false once one failed.
   bool Gather(bool all) {
     return jobs_.Gather(all, [this](Job& job) {
       if (job.failure) std::rethrow_exception(job.failure);
+      if (job.slice) spareSlices_.push_back(std::move(job.slice));
       if (!job.parsed) return false;
-      if (job.key == Key::kFields) GatherFields(job);
-      if (job.key == Key::kSets && sets_ != nullptr) {
-        if (job.beginsList) sets_->BeginList();
-        for (SetElement& set : job.sets) sets_->Add(std::move(set));
+      for (Part& part : job.parts) {
+        if (part.key == Key::kFields) GatherFields(part);
+        if (part.key == Key::kSets && sets_ != nullptr) {
+          if (part.beginsList) sets_->BeginList();
+          for (SetElement& set : part.sets) sets_->Add(std::move(set));
+        }
       }
       return true;
     });
@@ -625,32 +679,34 @@ class SliceScanner {
   // Room for as many fields as the rest of the file holds at the first
   // job's density, and a tenth more: the list is made once, not copied as
   // it doubles.
-  void ReserveFields(const Job& job) {
-    const double perByte = static_cast<double>(job.fields.size()) / job.bytes.size();
-    const double namesPerByte = static_cast<double>(job.names.size()) / job.bytes.size();
-    const double rest = static_cast<double>(source_.Size() - job.base);
+  void ReserveFields(const Part& part) {
+    const std::size_t base = part.elements.front().begin;
+    const auto bytes = static_cast<double>(part.elements.back().end - base + 1);
+    const double perByte = static_cast<double>(part.fields.size()) / bytes;
+    const double namesPerByte = static_cast<double>(part.names.size()) / bytes;
+    const double rest = static_cast<double>(source_.Size() - base);
     try {
-      scan_.fields.reserve(static_cast<std::size_t>(1.1 * perByte * rest) + job.fields.size());
-      scan_.names.reserve(static_cast<std::size_t>(1.1 * namesPerByte * rest) + job.names.size());
+      scan_.fields.reserve(static_cast<std::size_t>(1.1 * perByte * rest) + part.fields.size());
+      scan_.names.reserve(static_cast<std::size_t>(1.1 * namesPerByte * rest) + part.names.size());
     } catch (const std::bad_alloc&) {
       // A system that grants no such room: the list grows as it goes.
     }
   }
 
-  void GatherFields(Job& job) {
-    if (job.beginsList) {
+  void GatherFields(Part& part) {
+    if (part.beginsList) {
       scan_.fields.clear();
       scan_.names.clear();
       return;
     }
-    if (job.fieldFault && !scan_.fieldFault) {
-      scan_.fieldFault = std::move(job.fieldFault);
+    if (part.fieldFault && !scan_.fieldFault) {
+      scan_.fieldFault = std::move(part.fieldFault);
       scan_.fieldFault->index += scan_.fields.size();
     }
-    if (scan_.fields.empty()) ReserveFields(job);
+    if (scan_.fields.empty()) ReserveFields(part);
     const std::size_t namesBefore = scan_.names.size();
-    scan_.names.append(job.names);
-    for (FieldEntry entry : job.fields) {
+    scan_.names.append(part.names);
+    for (FieldEntry entry : part.fields) {
       entry.nameBegin += namesBefore;
       scan_.fields.push_back(entry);
     }
@@ -659,8 +715,9 @@ class SliceScanner {
   const SourceFile& source_;
   SliceScan& scan_;
   SetSink* sets_;
-  std::string buffer_;
-  simdjson::dom::parser cutter_;  // finds a slice's structure
+  std::unique_ptr<Slice> slice_;  // the slice walked
+  std::unique_ptr<Job> job_;      // its elements
+  std::vector<std::unique_ptr<Slice>> spareSlices_;
   // Where the walk resumes: the place past the last complete part, and the
   // state there.
   std::size_t resume_ = 0;
@@ -673,8 +730,8 @@ class SliceScanner {
   std::size_t listLength_ = 0;  // the elements submitted of the list
   std::size_t firstKeyBegin_ = 0;
   std::size_t setsKeyBegin_ = 0;
-  std::vector<std::pair<std::size_t, std::size_t>> batch_;  // complete elements in the slice
-  JobQueue jobs_;                                           // last: its worker stops first
+  std::vector<ElementAt> batch_;  // complete elements in the slice, placed in it
+  JobQueue jobs_;                 // last: its worker stops first
 };
 
 }  // namespace

@@ -1,17 +1,19 @@
 // The open's pass over a codebook file, in slices of about a megabyte read
-// into one buffer: memory stays small and warm whatever the file's size.
+// into a few buffers: memory stays small and warm whatever the file's size.
 //
 // Each slice is cut where no string is open (after its last line end, else
 // before the quote of the string it would cut) and simdjson's first stage
 // finds its structure. A walk of that structure finds where each top-level
-// member and each element of a top-level list begins and ends. Then every
-// value is parsed in full by simdjson (a slice's elements of a list as one
-// array), so the whole text is checked as JSON. Of each field the walk keeps
-// its bytes' place and its name; each set goes, parsed, to a SetSink.
+// member and each element of a top-level list begins and ends. Then
+// simdjson's second stage parses every value in full, from the structure
+// the first found, so the whole text is checked as JSON. Of each field the
+// walk keeps its bytes' place and its name; each set goes, parsed, to a
+// SetSink.
 //
 // On a file of several slices the parsing is shared with a second thread:
-// the walk hands each slice's elements over as a copy, and whichever thread
-// is free parses them. What they find is gathered in the file's order.
+// the walk hands each slice over, with its elements' places, and whichever
+// thread is free parses them. What they find is gathered in the file's
+// order; a slice is read into again once its elements are.
 //
 // What the walk does not expect (a key with an escape, a root that is not
 // an object, text the parser refuses) ends the pass with no result: the
