@@ -155,7 +155,10 @@ class JobParser {
   }
 
   // Parses the value of `slice` that begins at structural `first` and
-  // ends before structural `next`; false when it is no JSON.
+  // ends before structural `next`; false when it is no JSON. This is the
+  // second stage as simdjson runs it for a stream of documents: one value
+  // from `next_structural_index` on. The walk found the value's brackets
+  // balanced within the slice, so the stage stays within it.
   bool Parse(Slice& slice, std::uint32_t first, std::uint32_t next, Element& value) {
     Reserve(slice.capacity);
     auto& stage = slice.Stage();
