@@ -3,17 +3,14 @@
 #include <algorithm>
 
 #include "hostlib/data/dataset.h"
+#include "hostlib/strings/unicode.h"
 
 namespace hostlib::data {
 
 std::string_view FoldedName(std::string_view name, std::array<char, kShortName>& buffer,
                             std::string& other) {
-  const bool ascii = std::all_of(name.begin(), name.end(),
-                                 [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-  if (!ascii || name.size() > buffer.size()) return other = FoldName(name);
-  std::transform(name.begin(), name.end(), buffer.begin(), [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  });
+  if (name.size() > buffer.size() || !strings::IsAscii(name)) return other = FoldName(name);
+  std::transform(name.begin(), name.end(), buffer.begin(), strings::AsciiLower);
   return {buffer.data(), name.size()};
 }
 

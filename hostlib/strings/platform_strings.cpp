@@ -8,8 +8,8 @@
 
 namespace {
 
-bool IsAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
-char AsciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+using hostlib::strings::AsciiLower;
+using hostlib::strings::IsAscii;
 
 int CompareFolded(std::string_view a, std::string_view b) {
   // An ASCII character folds to one byte, its lower case, and every other

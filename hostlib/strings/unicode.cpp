@@ -46,13 +46,11 @@ std::int32_t SimpleFold(std::int32_t codePoint) {
 namespace {
 
 char AsciiUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
-char AsciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 // Names are mostly ASCII: those bytes are mapped without decoding them.
 template <typename Map, typename AsciiMap>
 std::string MapCharacters(std::string_view text, Map map, AsciiMap asciiMap) {
-  if (std::all_of(text.begin(), text.end(),
-                  [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+  if (IsAscii(text)) {
     std::string out(text);
     std::transform(out.begin(), out.end(), out.begin(), asciiMap);
     return out;

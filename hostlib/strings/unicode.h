@@ -4,6 +4,7 @@
 // character each, so no function here fails on bad input.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -17,6 +18,16 @@ std::string UpperCase(std::string_view text);
 // Each character mapped by simple Unicode case folding; two texts that are
 // equal without regard to case fold to the same bytes.
 std::string FoldCase(std::string_view text);
+
+// ASCII, whose letters change case byte for byte: the fast path for names,
+// which are mostly ASCII.
+inline bool IsAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
+inline bool IsAscii(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return IsAscii(c); });
+}
+inline char AsciiLower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
 bool IsValidUtf8(std::string_view text);
 // How many bytes from the start form UTF-8: the offset of the first bad byte,

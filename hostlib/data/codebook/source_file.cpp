@@ -1,7 +1,6 @@
 #include "hostlib/data/codebook/source_file.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
@@ -12,10 +11,7 @@ namespace hostlib::data {
 
 SourceFile::SourceFile(std::filesystem::path path, files::Env& env)
     : path_(std::move(path)), env_(env), fd_(env.Open(path_, O_RDONLY)) {
-  if (!fd_) Fail(errno);
-  struct stat info {};
-  if (::fstat(fd_.Get(), &info) != 0) Fail(errno);
-  identity_ = {info.st_dev, info.st_ino, info.st_size, info.st_mtim};
+  if (!fd_ || !files::IdentifyFile(fd_.Get(), identity_)) Fail(errno);
 }
 
 void SourceFile::Fail(int error) const {
