@@ -198,9 +198,9 @@ std::vector<std::optional<std::size_t>> SqliteStore::MatchStoredSets(
     }
   }
   if (!unmatched) return kept;
-  std::unordered_map<std::string_view, std::size_t> unusedByName;
+  std::unordered_map<std::string, std::size_t> unusedByName;
   for (std::size_t j = 0; j < stored_.sets->size(); ++j) {
-    if (!used[j]) unusedByName.emplace(stored_.foldedNames[j], j);
+    if (!used[j]) unusedByName.emplace(FoldName((*stored_.sets)[j].GetName(kAsStored)), j);
   }
   for (std::size_t i = 0; i < sets.size(); ++i) {
     if (kept[i] || unusedByName.empty()) continue;
@@ -250,13 +250,10 @@ void SqliteStore::WriteSets(SqliteConnection& db, const SharedSetList& list) {
   written.positions = placement.positions;
   written.source = stored_.source;
   written.ids.reserve(sets.size());
-  written.foldedNames.reserve(sets.size());
   written.sourceIndexes.reserve(sets.size());
   for (std::size_t i = 0; i < sets.size(); ++i) {
     written.ids.push_back(kept[i] ? stored_.ids[*kept[i]]
                                   : writer.Insert(sets[i], placement.positions[i]));
-    written.foldedNames.push_back(kept[i] ? stored_.foldedNames[*kept[i]]
-                                          : FoldName(sets[i].GetName(kAsStored)));
     written.sourceIndexes.push_back(kept[i] ? stored_.sourceIndexes[*kept[i]]
                                             : StoredSets::kNotRead);
   }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -57,83 +58,88 @@ void AddMember(const SqliteConnection& db, std::string member, VariableSet& set)
 
 // The set rows in order of position, their names checked.
 struct SetRows {
-  StoredSets stored;               // ids, positions and folded names; no sets
+  StoredSets stored;               // ids and positions; no sets
   std::vector<std::string> names;  // the sets' names
   std::vector<VariableSet> whole;  // when asked: each set, without its variables
 };
 
-// The rows in order of their positions, which are unique (an index). They
-// are usually a permutation of a range about as long as the list: then
-// each row goes straight to its place; else they are sorted.
+// The rows in order of their positions (unique, by an index; rows that
+// share one keep the table's order). Positions within 2^32 of the least are
+// sorted as one number per row (its offset above the least, then its row),
+// by radix over the offset's bits: three passes of 11 bits at most.
 std::vector<std::size_t> PositionOrder(const std::vector<std::int64_t>& positions) {
   std::vector<std::size_t> order;
   order.reserve(positions.size());
   if (positions.empty()) return order;
   const auto [low, high] = std::minmax_element(positions.begin(), positions.end());
   const auto span = static_cast<std::uint64_t>(*high) - static_cast<std::uint64_t>(*low);
-  if (span < 4 * static_cast<std::uint64_t>(positions.size())) {
-    constexpr std::size_t kEmpty = static_cast<std::size_t>(-1);
-    std::vector<std::size_t> slots(static_cast<std::size_t>(span) + 1, kEmpty);
-    bool unique = true;
-    for (std::size_t i = 0; i < positions.size() && unique; ++i) {
-      std::size_t& slot = slots[static_cast<std::size_t>(positions[i] - *low)];
-      unique = slot == kEmpty;
-      slot = i;
-    }
-    if (unique) {
-      for (const std::size_t i : slots) {
-        if (i != kEmpty) order.push_back(i);
-      }
-      return order;
-    }
-    order.clear();
+  if (span > UINT32_MAX || positions.size() > UINT32_MAX) {
+    for (std::size_t i = 0; i < positions.size(); ++i) order.push_back(i);
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return positions[a] < positions[b]; });
+    return order;
   }
-  for (std::size_t i = 0; i < positions.size(); ++i) order.push_back(i);
-  std::stable_sort(order.begin(), order.end(),
-                   [&](std::size_t a, std::size_t b) { return positions[a] < positions[b]; });
+  std::vector<std::uint64_t> keys(positions.size()), sorted(positions.size());
+  for (std::size_t i = 0; i < positions.size(); ++i) {
+    const auto offset = static_cast<std::uint64_t>(positions[i]) - static_cast<std::uint64_t>(*low);
+    keys[i] = offset << 32 | i;
+  }
+  for (unsigned shift = 32; shift < 64 && (span >> (shift - 32)) != 0; shift += 11) {
+    std::array<std::size_t, 2048> starts{};
+    for (const std::uint64_t key : keys) ++starts[(key >> shift) & 0x7FF];
+    std::size_t total = 0;
+    for (std::size_t& start : starts) total += std::exchange(start, total);
+    for (const std::uint64_t key : keys) sorted[starts[(key >> shift) & 0x7FF]++] = key;
+    keys.swap(sorted);
+  }
+  for (const std::uint64_t key : keys) order.push_back(key & UINT32_MAX);
   return order;
+}
+
+// Room for the rows, guessed from the span of their ids (no count, which
+// reads the whole table once more) and bounded, since the file decides it.
+std::size_t ExpectedRows(const SqliteConnection& db) {
+  constexpr std::int64_t kMostReserved = std::int64_t{1} << 20;
+  Statement span(db, "SELECT (SELECT max(id) FROM sets) - (SELECT min(id) FROM sets) + 1",
+                 kReading);
+  if (!span.Step() || span.IsNull(0)) return 0;
+  return static_cast<std::size_t>(std::clamp<std::int64_t>(span.Int(0), 0, kMostReserved));
 }
 
 // The table is read in its own order, which is the file's, and sorted
 // after: following the index on position would seek for every row.
 SetRows ReadSetRows(const SqliteConnection& db, bool whole) {
-  SetRows read;
-  Statement count(db, "SELECT count(*) FROM sets", kReading);
-  count.Step();
-  const auto rows = static_cast<std::size_t>(std::max<std::int64_t>(count.Int(0), 0));
+  const std::size_t rows = ExpectedRows(db);
   std::vector<std::int64_t> ids, positions;
-  std::vector<std::string> names, foldedNames;
+  std::vector<std::string> names;
   ids.reserve(rows);
   positions.reserve(rows);
   names.reserve(rows);
-  foldedNames.reserve(rows);
   Statement sets(db,
                  std::string("SELECT id, position, name, folded_name") +
                      (whole ? std::string(", ") + kSetColumns : std::string()) + " FROM sets",
                  kReading);
   std::vector<VariableSet> wholeSets;
+  std::array<char, kShortName> buffer{};
+  std::string other;
   while (sets.Step()) {
     std::string name = sets.Text(2);
     if (name.find('\0') != std::string::npos) {
       Corrupt(db, "a set name holds the character U+0000");
     }
-    std::string folded = sets.Text(3);
-    std::array<char, kShortName> buffer{};
-    std::string other;
-    if (folded != FoldedName(name, buffer, other)) {
+    if (sets.View(3) != FoldedName(name, buffer, other)) {
       Corrupt(db, "set \"" + name + "\": folded_name does not match the name");
     }
     ids.push_back(sets.Int(0));
     positions.push_back(sets.Int(1));
     names.push_back(std::move(name));
-    foldedNames.push_back(std::move(folded));
     if (whole) wholeSets.push_back(SetOfRow(db, sets, 4));
   }
+  SetRows read;
   if (std::is_sorted(positions.begin(), positions.end())) {
     // Rows written in order of position, as most are: no reordering.
     read.stored.ids = std::move(ids);
     read.stored.positions = std::move(positions);
-    read.stored.foldedNames = std::move(foldedNames);
     read.names = std::move(names);
     read.whole = std::move(wholeSets);
     return read;
@@ -141,12 +147,10 @@ SetRows ReadSetRows(const SqliteConnection& db, bool whole) {
   const std::vector<std::size_t> order = PositionOrder(positions);
   read.stored.ids.reserve(order.size());
   read.stored.positions.reserve(order.size());
-  read.stored.foldedNames.reserve(order.size());
   read.names.reserve(order.size());
   for (const std::size_t i : order) {
     read.stored.ids.push_back(ids[i]);
     read.stored.positions.push_back(positions[i]);
-    read.stored.foldedNames.push_back(std::move(foldedNames[i]));
     read.names.push_back(std::move(names[i]));
     if (whole) read.whole.push_back(std::move(wholeSets[i]));
   }

@@ -107,12 +107,14 @@ class Statement {
   bool IsNull(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
   std::int64_t Int(int column) const { return sqlite3_column_int64(statement_, column); }
   double Real(int column) const { return sqlite3_column_double(statement_, column); }
-  std::string Text(int column) const {
+  std::string Text(int column) const { return std::string(View(column)); }
+  // The text of a column, valid until the next step.
+  std::string_view View(int column) const {
     const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement_, column));
     return text == nullptr
-               ? std::string()
-               : std::string(text,
-                             static_cast<std::size_t>(sqlite3_column_bytes(statement_, column)));
+               ? std::string_view()
+               : std::string_view(
+                     text, static_cast<std::size_t>(sqlite3_column_bytes(statement_, column)));
   }
   std::optional<std::string> OptionalText(int column) const {
     if (IsNull(column)) return std::nullopt;

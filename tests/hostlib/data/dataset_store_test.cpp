@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -281,6 +282,51 @@ TEST_F(StoreTest, DatabaseReadsASetWhenItIsAskedFor) {
       EXPECT_NE(std::string(error.what()).find(path.string() + fault), std::string::npos)
           << error.what();
     }
+  }
+}
+
+// Rows are listed by position whatever their order in the table, their
+// spacing or their sign.
+TEST_F(StoreTest, DatabaseListsSetsInOrderOfPosition) {
+  const std::vector<std::vector<long long>> cases = {
+      {1, 2, 3, 4},                             // in table order
+      {4, 3, 2, 1},                             // reversed
+      {2048, 3, 1 << 20, 1},                    // spread
+      {256, 1, 0, 257},                         // alike in their low bits
+      {(1 << 30) + (1 << 23), 3, 1 << 30, 2},   // alike but in their high bits
+      {-5, 7, -9, 0},                           // signed
+      {1LL << 40, -(1LL << 40), 5, 1LL << 62},  // beyond 32 bits apart
+  };
+  for (const std::vector<long long>& positions : cases) {
+    const fs::path path = MakeDataset("order.db");
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+    std::string sql = "UPDATE sets SET position = -id - 100;";
+    for (std::size_t i = 0; i < positions.size(); ++i) {
+      sql += "INSERT INTO sets (position, name, folded_name, type) VALUES (" +
+             std::to_string(-static_cast<long long>(i) - 1) + ", '$s" + std::to_string(i) +
+             "', '$s" + std::to_string(i) + "', 'categories');";
+    }
+    sql += "DELETE FROM sets WHERE position < -100;";
+    for (std::size_t i = 0; i < positions.size(); ++i) {
+      sql += "UPDATE sets SET position = " + std::to_string(positions[i]) + " WHERE name = '$s" +
+             std::to_string(i) + "';";
+    }
+    ASSERT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(db);
+
+    std::vector<std::size_t> expected(positions.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) expected[i] = i;
+    std::sort(expected.begin(), expected.end(),
+              [&](std::size_t a, std::size_t b) { return positions[a] < positions[b]; });
+    std::vector<std::string> names, expectedNames;
+    for (const std::size_t i : expected) expectedNames.push_back("$s" + std::to_string(i));
+    SqliteStore store(path);
+    for (const VariableSet& set : store.Load().MultipleResponseSets()) {
+      names.push_back(set.GetName(kAsStored));
+    }
+    EXPECT_EQ(names, expectedNames) << positions[0] << " " << positions[1];
+    fs::remove(path);
   }
 }
 
