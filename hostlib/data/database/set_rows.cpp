@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -58,10 +59,31 @@ void AddMember(const SqliteConnection& db, std::string member, VariableSet& set)
 
 // The set rows in order of position, their names checked.
 struct SetRows {
-  StoredSets stored;               // ids and positions; no sets
-  std::vector<std::string> names;  // the sets' names
-  std::vector<VariableSet> whole;  // when asked: each set, without its variables
+  StoredSets stored;              // ids and positions; no sets
+  std::vector<VariableSet> sets;  // the sets
+  std::vector<std::size_t> rows;  // per set, its row's place in the table's order
 };
+
+// Makes a row's set, given its name, its place in the table's order and the
+// row itself.
+using SetMaker = std::function<VariableSet(std::string, std::size_t, const Statement&)>;
+
+// Moves the item at order[i] to place i, for every i, in place: each item
+// moves once, along the cycles of the permutation.
+void Permute(std::vector<VariableSet>& items, std::vector<std::size_t> order) {
+  for (std::size_t start = 0; start < order.size(); ++start) {
+    if (order[start] == start) continue;
+    VariableSet first = std::move(items[start]);
+    std::size_t at = start;
+    for (std::size_t from = order[at]; from != start; from = order[at]) {
+      items[at] = std::move(items[from]);
+      order[at] = at;
+      at = from;
+    }
+    order[at] = at;
+    items[at] = std::move(first);
+  }
+}
 
 // The rows in order of their positions (unique, by an index; rows that
 // share one keep the table's order). Positions within 2^32 of the least are
@@ -108,52 +130,49 @@ std::size_t ExpectedRows(const SqliteConnection& db) {
 
 // The table is read in its own order, which is the file's, and sorted
 // after: following the index on position would seek for every row.
-SetRows ReadSetRows(const SqliteConnection& db, bool whole) {
-  const std::size_t rows = ExpectedRows(db);
+SetRows ReadSetRows(const SqliteConnection& db, bool whole, const SetMaker& makeSet) {
+  const std::size_t expected = ExpectedRows(db);
   std::vector<std::int64_t> ids, positions;
-  std::vector<std::string> names;
-  ids.reserve(rows);
-  positions.reserve(rows);
-  names.reserve(rows);
-  Statement sets(db,
+  std::vector<VariableSet> sets;
+  ids.reserve(expected);
+  positions.reserve(expected);
+  sets.reserve(expected);
+  Statement rows(db,
                  std::string("SELECT id, position, name, folded_name") +
                      (whole ? std::string(", ") + kSetColumns : std::string()) + " FROM sets",
                  kReading);
-  std::vector<VariableSet> wholeSets;
   std::array<char, kShortName> buffer{};
   std::string other;
-  while (sets.Step()) {
-    std::string name = sets.Text(2);
+  while (rows.Step()) {
+    std::string name = rows.Text(2);
     if (name.find('\0') != std::string::npos) {
       Corrupt(db, "a set name holds the character U+0000");
     }
-    if (sets.View(3) != FoldedName(name, buffer, other)) {
+    if (rows.View(3) != FoldedName(name, buffer, other)) {
       Corrupt(db, "set \"" + name + "\": folded_name does not match the name");
     }
-    ids.push_back(sets.Int(0));
-    positions.push_back(sets.Int(1));
-    names.push_back(std::move(name));
-    if (whole) wholeSets.push_back(SetOfRow(db, sets, 4));
+    ids.push_back(rows.Int(0));
+    positions.push_back(rows.Int(1));
+    sets.push_back(makeSet(std::move(name), sets.size(), rows));
   }
   SetRows read;
   if (std::is_sorted(positions.begin(), positions.end())) {
     // Rows written in order of position, as most are: no reordering.
+    read.rows.resize(sets.size());
+    for (std::size_t i = 0; i < read.rows.size(); ++i) read.rows[i] = i;
     read.stored.ids = std::move(ids);
     read.stored.positions = std::move(positions);
-    read.names = std::move(names);
-    read.whole = std::move(wholeSets);
-    return read;
+  } else {
+    read.rows = PositionOrder(positions);
+    read.stored.ids.reserve(read.rows.size());
+    read.stored.positions.reserve(read.rows.size());
+    for (const std::size_t i : read.rows) {
+      read.stored.ids.push_back(ids[i]);
+      read.stored.positions.push_back(positions[i]);
+    }
+    Permute(sets, read.rows);
   }
-  const std::vector<std::size_t> order = PositionOrder(positions);
-  read.stored.ids.reserve(order.size());
-  read.stored.positions.reserve(order.size());
-  read.names.reserve(order.size());
-  for (const std::size_t i : order) {
-    read.stored.ids.push_back(ids[i]);
-    read.stored.positions.push_back(positions[i]);
-    read.names.push_back(std::move(names[i]));
-    if (whole) read.whole.push_back(std::move(wholeSets[i]));
-  }
+  read.sets = std::move(sets);
   return read;
 }
 
@@ -210,23 +229,26 @@ class StoredSetSource final : public VariableSetSource {
 }  // namespace
 
 StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db) {
-  SetRows read = ReadSetRows(*db, false);
   const auto source = std::make_shared<StoredSetSource>(db);
-  source->SetIds(read.stored.ids);
-  std::vector<VariableSet> sets;
-  sets.reserve(read.names.size());
-  for (std::size_t i = 0; i < read.names.size(); ++i) {
-    sets.emplace_back(std::move(read.names[i]), source, i);
-  }
-  read.stored.sets = std::make_shared<const std::vector<VariableSet>>(std::move(sets));
+  // A set is its row's place in the table's order: the source keeps the ids
+  // in that order.
+  std::vector<std::int64_t> ids;
+  SetRows read =
+      ReadSetRows(*db, false, [&](std::string name, std::size_t row, const Statement& at) {
+        ids.push_back(at.Int(0));
+        return VariableSet(std::move(name), source, row);
+      });
+  source->SetIds(std::move(ids));
+  read.stored.sets = std::make_shared<const std::vector<VariableSet>>(std::move(read.sets));
   read.stored.source = source;
-  read.stored.sourceIndexes.resize(read.names.size());
-  for (std::size_t i = 0; i < read.names.size(); ++i) read.stored.sourceIndexes[i] = i;
+  read.stored.sourceIndexes = std::move(read.rows);
   return std::move(read.stored);
 }
 
 StoredSets ReadWholeStoredSets(const SqliteConnection& db) {
-  SetRows read = ReadSetRows(db, true);
+  SetRows read = ReadSetRows(
+      db, true, [&](std::string, std::size_t, const Statement& at) { return SetOfRow(db, at, 4); });
+  std::vector<VariableSet>& sets = read.sets;
   std::unordered_map<std::int64_t, std::size_t> indexById;
   for (std::size_t i = 0; i < read.stored.ids.size(); ++i) indexById.emplace(read.stored.ids[i], i);
   // Every row of set_variables belongs to a set (a foreign key).
@@ -237,9 +259,9 @@ StoredSets ReadWholeStoredSets(const SqliteConnection& db) {
     if (found == indexById.end()) {
       Corrupt(db, "a row refers to a variable or set that is not there");
     }
-    AddMember(db, setVariables.Text(1), read.whole[found->second]);
+    AddMember(db, setVariables.Text(1), sets[found->second]);
   }
-  read.stored.sets = std::make_shared<const std::vector<VariableSet>>(std::move(read.whole));
+  read.stored.sets = std::make_shared<const std::vector<VariableSet>>(std::move(sets));
   return std::move(read.stored);
 }
 
