@@ -59,9 +59,10 @@ void AddMember(const SqliteConnection& db, std::string member, VariableSet& set)
 
 // The set rows in order of position, their names checked.
 struct SetRows {
-  StoredSets stored;              // ids and positions; no sets
-  std::vector<VariableSet> sets;  // the sets
-  std::vector<std::size_t> rows;  // per set, its row's place in the table's order
+  StoredSets stored;                   // ids and positions; no sets
+  std::vector<VariableSet> sets;       // the sets
+  std::vector<std::size_t> rows;       // per set, its row's place in the table's order
+  std::vector<std::int64_t> tableIds;  // the ids in the table's order
 };
 
 // Makes a row's set, given its name, its place in the table's order and the
@@ -160,6 +161,7 @@ SetRows ReadSetRows(const SqliteConnection& db, bool whole, const SetMaker& make
     // Rows written in order of position, as most are: no reordering.
     read.rows.resize(sets.size());
     for (std::size_t i = 0; i < read.rows.size(); ++i) read.rows[i] = i;
+    read.tableIds = ids;
     read.stored.ids = std::move(ids);
     read.stored.positions = std::move(positions);
   } else {
@@ -171,6 +173,7 @@ SetRows ReadSetRows(const SqliteConnection& db, bool whole, const SetMaker& make
       read.stored.positions.push_back(positions[i]);
     }
     Permute(sets, read.rows);
+    read.tableIds = std::move(ids);
   }
   read.sets = std::move(sets);
   return read;
@@ -232,13 +235,10 @@ StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db) {
   const auto source = std::make_shared<StoredSetSource>(db);
   // A set is its row's place in the table's order: the source keeps the ids
   // in that order.
-  std::vector<std::int64_t> ids;
-  SetRows read =
-      ReadSetRows(*db, false, [&](std::string name, std::size_t row, const Statement& at) {
-        ids.push_back(at.Int(0));
-        return VariableSet(std::move(name), source, row);
-      });
-  source->SetIds(std::move(ids));
+  SetRows read = ReadSetRows(*db, false, [&](std::string name, std::size_t row, const Statement&) {
+    return VariableSet(std::move(name), source, row);
+  });
+  source->SetIds(std::move(read.tableIds));
   read.stored.sets = std::make_shared<const std::vector<VariableSet>>(std::move(read.sets));
   read.stored.source = source;
   read.stored.sourceIndexes = std::move(read.rows);
