@@ -4,16 +4,18 @@
     bench/dictionary_bench.py [--build DIR] [--sizes 2000,20000,...] [--runs N]
 
 For each size it makes a codebook (make_dictionary.py: VARIABLES fields and a
-tenth as many sets) and its database (mrset-convert), then times, in turn
-and on fresh copies, medians of N runs:
+tenth as many sets) and its database (mrset-convert), then times on fresh
+copies, in N rounds that take each in turn, the medians of:
   codebook  mrset -d FILE.json defining $new over q1 TO q100 and showing it
   database  the same command on FILE.db (whose sets the command's DISPLAY
-            puts in name order, so every set row moves)
+            puts in name order, so the rows of the sets out of that order move)
   db-sorted the same on a database whose sets are in name order already
             (each later command on a file: only the new set is written)
   python    load_append_dump.py FILE.json $new q1 q100 (what a user would write)
   copy      a synced copy of the codebook (cp, sync, rename): the floor for an
             all-or-nothing save of the whole file
+(python runs in half the rounds at 1,000,000 variables, where one run takes
+tens of seconds)
 with the peak memory of each (maxrss), the ratios and the growth per 10x.
 Last, one command defining 40,000 sets on the smallest dictionary, less a
 command that only opens it.
@@ -60,14 +62,32 @@ def timed(argv):
     return seconds, usage.ru_maxrss / 1024, usage.ru_utime + usage.ru_stime
 
 
-def median_of(runs, prepare, argv):
+def medians(samples):
     """Median wall seconds, peak memory and median processor seconds."""
+    return (statistics.median(s[0] for s in samples), max(s[1] for s in samples),
+            statistics.median(s[2] for s in samples))
+
+
+def median_of(runs, prepare, argv):
     samples = []
     for _ in range(runs):
         prepare()
         samples.append(timed(argv))
-    return (statistics.median(s[0] for s in samples), max(s[1] for s in samples),
-            statistics.median(s[2] for s in samples))
+    return medians(samples)
+
+
+def interleaved(runs, commands, fewer=()):
+    """Medians per command, the commands taken in turn in each round, so that
+    a busy spell of the machine falls on all of them alike. Those in `fewer`
+    (slow ones) run in the first rounds only, at least once."""
+    samples = {name: [] for name in commands}
+    for round_ in range(runs):
+        for name, (prepare, argv) in commands.items():
+            if name in fewer and round_ >= max(1, runs // 2):
+                continue
+            prepare()
+            samples[name].append(timed(argv))
+    return {name: medians(taken) for name, taken in samples.items()}
 
 
 def measure(size, runs, build, work):
@@ -96,15 +116,16 @@ def measure(size, runs, build, work):
 
     mrset = os.path.join(build, "bin", "mrset")
     copy_cmd = f'cp "{base}" "{target}.tmp" && sync "{target}.tmp" && mv "{target}.tmp" "{target}"'
-    return {
-        "megabytes": os.path.getsize(base) / 1e6,
-        "codebook": median_of(runs, fresh, [mrset, "-d", target, "-e", DEFINE]),
-        "database": median_of(runs, fresh_db, [mrset, "-d", target_db, "-e", DEFINE]),
-        "db-sorted": median_of(runs, fresh_sorted_db, [mrset, "-d", target_db, "-e", DEFINE]),
-        "python": median_of(runs, fresh, [sys.executable, helper("load_append_dump.py"), target,
-                                          "$new", "q1", "q100"]),
-        "copy": median_of(runs, fresh, ["sh", "-c", copy_cmd]),
-    }
+    row = interleaved(runs, {
+        "codebook": (fresh, [mrset, "-d", target, "-e", DEFINE]),
+        "database": (fresh_db, [mrset, "-d", target_db, "-e", DEFINE]),
+        "db-sorted": (fresh_sorted_db, [mrset, "-d", target_db, "-e", DEFINE]),
+        "python": (fresh, [sys.executable, helper("load_append_dump.py"), target,
+                           "$new", "q1", "q100"]),
+        "copy": (fresh, ["sh", "-c", copy_cmd]),
+    }, fewer=("python",) if size >= 1000000 else ())
+    row["megabytes"] = os.path.getsize(base) / 1e6
+    return row
 
 
 def many_sets(size, runs, build, work):
@@ -140,8 +161,7 @@ def main():
     try:
         results = {}
         for size in sizes:
-            results[size] = measure(size, args.runs if size < 1000000 else max(1, args.runs // 2),
-                                    args.build, work)
+            results[size] = measure(size, args.runs, args.build, work)
             print(f"measured {size} variables", file=sys.stderr)
         extra = many_sets(sizes[0], args.runs, args.build, work)
     finally:
