@@ -4,8 +4,8 @@
     bench/dictionary_bench.py [--build DIR] [--sizes 2000,20000,...] [--runs N]
 
 For each size it makes a codebook (make_dictionary.py: VARIABLES fields and a
-tenth as many sets) and its database (mrset-convert), then times on fresh
-copies, in N rounds that take each in turn, the medians of:
+tenth as many sets) and its database (mrset-convert), then times, in turn
+and on fresh copies, medians of N runs:
   codebook  mrset -d FILE.json defining $new over q1 TO q100 and showing it
   database  the same command on FILE.db (whose sets the command's DISPLAY
             puts in name order, so the rows of the sets out of that order move)
@@ -14,8 +14,8 @@ copies, in N rounds that take each in turn, the medians of:
   python    load_append_dump.py FILE.json $new q1 q100 (what a user would write)
   copy      a synced copy of the codebook (cp, sync, rename): the floor for an
             all-or-nothing save of the whole file
-(python runs in half the rounds at 1,000,000 variables, where one run takes
-tens of seconds)
+after one run of each that is not counted (python: none, and half as many
+runs at 1,000,000 variables, where one run takes tens of seconds)
 with the peak memory of each (maxrss), the ratios and the growth per 10x.
 Last, one command defining 40,000 sets on the smallest dictionary, less a
 command that only opens it.
@@ -62,32 +62,19 @@ def timed(argv):
     return seconds, usage.ru_maxrss / 1024, usage.ru_utime + usage.ru_stime
 
 
-def medians(samples):
-    """Median wall seconds, peak memory and median processor seconds."""
-    return (statistics.median(s[0] for s in samples), max(s[1] for s in samples),
-            statistics.median(s[2] for s in samples))
-
-
-def median_of(runs, prepare, argv):
+def median_of(runs, prepare, argv, warmups=1):
+    """Median wall seconds, peak memory and median processor seconds, after
+    `warmups` runs that are not counted (the first run after making a large
+    file meets the memory its maker just gave back)."""
+    for _ in range(warmups):
+        prepare()
+        timed(argv)
     samples = []
     for _ in range(runs):
         prepare()
         samples.append(timed(argv))
-    return medians(samples)
-
-
-def interleaved(runs, commands, fewer=()):
-    """Medians per command, the commands taken in turn in each round, so that
-    a busy spell of the machine falls on all of them alike. Those in `fewer`
-    (slow ones) run in the first rounds only, at least once."""
-    samples = {name: [] for name in commands}
-    for round_ in range(runs):
-        for name, (prepare, argv) in commands.items():
-            if name in fewer and round_ >= max(1, runs // 2):
-                continue
-            prepare()
-            samples[name].append(timed(argv))
-    return {name: medians(taken) for name, taken in samples.items()}
+    return (statistics.median(s[0] for s in samples), max(s[1] for s in samples),
+            statistics.median(s[2] for s in samples))
 
 
 def measure(size, runs, build, work):
@@ -116,16 +103,20 @@ def measure(size, runs, build, work):
 
     mrset = os.path.join(build, "bin", "mrset")
     copy_cmd = f'cp "{base}" "{target}.tmp" && sync "{target}.tmp" && mv "{target}.tmp" "{target}"'
-    row = interleaved(runs, {
-        "codebook": (fresh, [mrset, "-d", target, "-e", DEFINE]),
-        "database": (fresh_db, [mrset, "-d", target_db, "-e", DEFINE]),
-        "db-sorted": (fresh_sorted_db, [mrset, "-d", target_db, "-e", DEFINE]),
-        "python": (fresh, [sys.executable, helper("load_append_dump.py"), target,
-                           "$new", "q1", "q100"]),
-        "copy": (fresh, ["sh", "-c", copy_cmd]),
-    }, fewer=("python",) if size >= 1000000 else ())
-    row["megabytes"] = os.path.getsize(base) / 1e6
-    return row
+    # Each command's runs one after another, as a user meets them. Taken in
+    # turn with the others, each would follow python's gigabyte: on a
+    # virtual machine, memory another process just gave back is slow to
+    # touch again.
+    slow = max(1, runs // 2) if size >= 1000000 else runs
+    return {
+        "megabytes": os.path.getsize(base) / 1e6,
+        "codebook": median_of(runs, fresh, [mrset, "-d", target, "-e", DEFINE]),
+        "database": median_of(runs, fresh_db, [mrset, "-d", target_db, "-e", DEFINE]),
+        "db-sorted": median_of(runs, fresh_sorted_db, [mrset, "-d", target_db, "-e", DEFINE]),
+        "copy": median_of(runs, fresh, ["sh", "-c", copy_cmd]),
+        "python": median_of(slow, fresh, [sys.executable, helper("load_append_dump.py"), target,
+                                          "$new", "q1", "q100"], warmups=0),
+    }
 
 
 def many_sets(size, runs, build, work):
