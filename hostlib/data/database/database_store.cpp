@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <limits>
@@ -243,7 +244,13 @@ void SqliteStore::WriteSets(SqliteConnection& db, const SharedSetList& list) {
       moves.emplace_back(stored_.ids[*kept[i]], placement.positions[i]);
     }
   }
-  MoveSets(db, moves, !placement.clearOfOldPositions);
+  std::optional<std::int64_t> awayBelow;
+  if (!placement.clearOfOldPositions) {
+    // Below every position held: a file made elsewhere may hold negative ones.
+    const auto lowest = std::min_element(stored_.positions.begin(), stored_.positions.end());
+    awayBelow = lowest == stored_.positions.end() ? 0 : std::min<std::int64_t>(*lowest, 0);
+  }
+  MoveSets(db, moves, awayBelow);
   SetWriter writer(db);
   StoredSets written;
   written.sets = list;
@@ -267,39 +274,54 @@ void SqliteStore::WriteSets(SqliteConnection& db, const SharedSetList& list) {
   pendingRevision_ = revision_ == std::numeric_limits<std::int64_t>::max() ? 0 : revision_ + 1;
 }
 
-// Gives sets new positions; `throughNegative` when a new position may be
-// another's old one, so that no two rows share one on the way. Many at once
-// (a list sorted by name) go through a temporary table, in a statement or
-// two rather than one or two per set.
+// Gives sets new positions; by way of positions below `awayBelow`, when
+// given, since a new position may be another's old one: no two rows share
+// one on the way. Many at once (a list sorted by name) go through a
+// temporary table, in a statement or two rather than one or two per set.
+// The statements look up each moving row by its id: a join of the two
+// tables would read every set's row.
 void SqliteStore::MoveSets(SqliteConnection& db,
                            const std::vector<std::pair<std::int64_t, std::int64_t>>& moves,
-                           bool throughNegative) {
+                           std::optional<std::int64_t> awayBelow) {
   const std::string doing = "not saved";
+  // A position of its own below the others for each moving set: the lowest
+  // position, less the number of sets, fits in 64 bits.
+  const auto away = [&](std::size_t k) { return *awayBelow - 1 - static_cast<std::int64_t>(k); };
+  if (awayBelow && *awayBelow < std::numeric_limits<std::int64_t>::min() +
+                                    static_cast<std::int64_t>(moves.size()) + 1) {
+    throw DatasetError(db.File() + ": not saved: no room below the sets' positions");
+  }
   constexpr std::size_t kFewMoves = 32;
   if (moves.size() <= kFewMoves) {
     Statement move(db, "UPDATE sets SET position = ? WHERE id = ?", doing);
-    if (throughNegative) {
-      std::int64_t away = -1;
-      for (const auto& [id, position] : moves) move.BindInt(1, away--).BindInt(2, id).Run();
+    if (awayBelow) {
+      for (std::size_t k = 0; k < moves.size(); ++k) {
+        move.BindInt(1, away(k)).BindInt(2, moves[k].first).Run();
+      }
     }
     for (const auto& [id, position] : moves) move.BindInt(1, position).BindInt(2, id).Run();
     return;
   }
   db.Execute(
-      "CREATE TEMP TABLE IF NOT EXISTS set_moves (id INTEGER PRIMARY KEY, position INTEGER); "
-      "DELETE FROM temp.set_moves",
+      "CREATE TEMP TABLE IF NOT EXISTS set_moves (id INTEGER PRIMARY KEY, position INTEGER, "
+      "away INTEGER); DELETE FROM temp.set_moves",
       doing);
   {
-    Statement add(db, "INSERT INTO temp.set_moves (id, position) VALUES (?, ?)", doing);
-    for (const auto& [id, position] : moves) add.BindInt(1, id).BindInt(2, position).Run();
+    Statement add(db, "INSERT INTO temp.set_moves (id, position, away) VALUES (?, ?, ?)", doing);
+    for (std::size_t k = 0; k < moves.size(); ++k) {
+      add.BindInt(1, moves[k].first).BindInt(2, moves[k].second);
+      add.BindInt(3, awayBelow ? away(k) : 0).Run();
+    }
   }
-  if (throughNegative) {
+  if (awayBelow) {
     db.Execute(
-        "UPDATE sets SET position = -1 - m.rowid FROM temp.set_moves AS m WHERE m.id = sets.id",
+        "UPDATE sets SET position = (SELECT m.away FROM temp.set_moves AS m WHERE m.id = sets.id) "
+        "WHERE id IN (SELECT id FROM temp.set_moves)",
         doing);
   }
   db.Execute(
-      "UPDATE sets SET position = m.position FROM temp.set_moves AS m WHERE m.id = sets.id; "
+      "UPDATE sets SET position = (SELECT m.position FROM temp.set_moves AS m WHERE m.id = "
+      "sets.id) WHERE id IN (SELECT id FROM temp.set_moves); "
       "DELETE FROM temp.set_moves",
       doing);
 }

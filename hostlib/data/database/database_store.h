@@ -58,7 +58,7 @@ class SqliteStore final : public DatasetStore {
   void WriteSets(SqliteConnection& db, const SharedSetList& list);
   static void MoveSets(SqliteConnection& db,
                        const std::vector<std::pair<std::int64_t, std::int64_t>>& moves,
-                       bool throughNegative);
+                       std::optional<std::int64_t> awayBelow);
   void DropPending() noexcept;
 
   std::filesystem::path path_;

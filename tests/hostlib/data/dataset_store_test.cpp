@@ -285,6 +285,27 @@ TEST_F(StoreTest, DatabaseReadsASetWhenItIsAskedFor) {
   }
 }
 
+// A database whose sets are $s0, $s1, ... in table order, at `positions`.
+fs::path DatabaseWithSetsAt(const fs::path& path, const std::vector<long long>& positions) {
+  sqlite3* db = nullptr;
+  EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  std::string sql = "DELETE FROM sets;";
+  for (std::size_t i = 0; i < positions.size(); ++i) {
+    sql += "INSERT INTO sets (position, name, folded_name, type) VALUES (" +
+           std::to_string(positions[i]) + ", '$s" + std::to_string(i) + "', '$s" +
+           std::to_string(i) + "', 'categories');";
+  }
+  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(db);
+  return path;
+}
+
+std::vector<std::string> NamesOf(const std::vector<VariableSet>& sets) {
+  std::vector<std::string> names;
+  for (const VariableSet& set : sets) names.push_back(set.GetName(kAsStored));
+  return names;
+}
+
 // Rows are listed by position whatever their order in the table, their
 // spacing or their sign.
 TEST_F(StoreTest, DatabaseListsSetsInOrderOfPosition) {
@@ -298,34 +319,60 @@ TEST_F(StoreTest, DatabaseListsSetsInOrderOfPosition) {
       {1LL << 40, -(1LL << 40), 5, 1LL << 62},  // beyond 32 bits apart
   };
   for (const std::vector<long long>& positions : cases) {
-    const fs::path path = MakeDataset("order.db");
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-    std::string sql = "UPDATE sets SET position = -id - 100;";
-    for (std::size_t i = 0; i < positions.size(); ++i) {
-      sql += "INSERT INTO sets (position, name, folded_name, type) VALUES (" +
-             std::to_string(-static_cast<long long>(i) - 1) + ", '$s" + std::to_string(i) +
-             "', '$s" + std::to_string(i) + "', 'categories');";
-    }
-    sql += "DELETE FROM sets WHERE position < -100;";
-    for (std::size_t i = 0; i < positions.size(); ++i) {
-      sql += "UPDATE sets SET position = " + std::to_string(positions[i]) + " WHERE name = '$s" +
-             std::to_string(i) + "';";
-    }
-    ASSERT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
-    sqlite3_close(db);
-
+    const fs::path path = DatabaseWithSetsAt(MakeDataset("order.db"), positions);
     std::vector<std::size_t> expected(positions.size());
     for (std::size_t i = 0; i < expected.size(); ++i) expected[i] = i;
     std::sort(expected.begin(), expected.end(),
               [&](std::size_t a, std::size_t b) { return positions[a] < positions[b]; });
-    std::vector<std::string> names, expectedNames;
+    std::vector<std::string> expectedNames;
     for (const std::size_t i : expected) expectedNames.push_back("$s" + std::to_string(i));
     SqliteStore store(path);
-    for (const VariableSet& set : store.Load().MultipleResponseSets()) {
-      names.push_back(set.GetName(kAsStored));
+    EXPECT_EQ(NamesOf(store.Load().MultipleResponseSets()), expectedNames)
+        << positions[0] << " " << positions[1];
+    fs::remove(path);
+  }
+}
+
+// A list put in another order keeps its sets' rows and reads back in its
+// order: with room between the positions, and with the room between two
+// kept sets all held by others' old positions (the rows then move twice,
+// by way of positions below all others).
+TEST_F(StoreTest, DatabaseSavesAListPutInAnotherOrder) {
+  struct Case {
+    std::vector<long long> positions;
+    std::vector<std::size_t> order;  // of the list read, by position
+  };
+  Case spaced;
+  for (std::size_t i = 0; i < 100; ++i) {
+    spaced.positions.push_back(1024 * static_cast<long long>(i + 1));
+    spaced.order.push_back(99 - i);
+  }
+  // 100 and 140 stay; 101 to 139 move below 100, and 141 to 179 into the
+  // room they leave; with a set at -1 that moves last, or without.
+  const auto crowded = [](bool withNegative) {
+    Case c;
+    const std::size_t first = withNegative ? 1 : 0;
+    for (long long p = 100; p < 180; ++p) c.positions.push_back(p);
+    if (withNegative) c.positions.push_back(-1);  // last in the table, first by position
+    for (std::size_t i = first + 39; i >= first + 1; --i) c.order.push_back(i);
+    c.order.push_back(first);
+    for (std::size_t i = first + 79; i >= first + 41; --i) c.order.push_back(i);
+    c.order.push_back(first + 40);
+    if (withNegative) c.order.push_back(0);
+    return c;
+  };
+  for (const Case& c : {spaced, crowded(false), crowded(true)}) {
+    const fs::path path = DatabaseWithSetsAt(MakeDataset("reorder.db"), c.positions);
+    std::vector<VariableSet> sets;
+    {
+      SqliteStore store(path);
+      Dataset dataset = store.Load();
+      for (const std::size_t i : c.order) sets.push_back(dataset.MultipleResponseSets().at(i));
+      dataset.ReplaceMultipleResponseSets(sets);
+      store.Save(dataset);
     }
-    EXPECT_EQ(names, expectedNames) << positions[0] << " " << positions[1];
+    SqliteStore reread(path);
+    EXPECT_EQ(NamesOf(reread.Load().MultipleResponseSets()), NamesOf(sets)) << c.order.size();
     fs::remove(path);
   }
 }
