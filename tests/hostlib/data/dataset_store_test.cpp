@@ -327,8 +327,13 @@ TEST_F(StoreTest, DatabaseListsSetsInOrderOfPosition) {
     std::vector<std::string> expectedNames;
     for (const std::size_t i : expected) expectedNames.push_back("$s" + std::to_string(i));
     SqliteStore store(path);
-    EXPECT_EQ(NamesOf(store.Load().MultipleResponseSets()), expectedNames)
+    const Dataset dataset = store.Load();
+    EXPECT_EQ(NamesOf(dataset.MultipleResponseSets()), expectedNames)
         << positions[0] << " " << positions[1];
+    // Each set's rest is read from its own row.
+    for (const VariableSet& set : dataset.MultipleResponseSets()) {
+      EXPECT_EQ(set.GetType(), VariableSet::kMultipleCategorySet) << set.GetName(kAsStored);
+    }
     fs::remove(path);
   }
 }
