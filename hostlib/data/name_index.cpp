@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "hostlib/data/dataset.h"
+#include "hostlib/data/radix_sort.h"
 #include "hostlib/strings/unicode.h"
 
 namespace hostlib::data {
@@ -24,18 +25,6 @@ std::uint32_t NameHash(std::string_view name) {
   return HashOfFolded(FoldedName(name, buffer, other));
 }
 
-void NameIndex::SortByHash() {
-  // A radix sort by the hash, in three passes of 11, 11 and 10 bits; each
-  // keeps the order of equal ones.
-  std::vector<std::uint64_t> sorted(keys_.size());
-  for (const unsigned shift : {32U, 43U, 54U}) {
-    std::array<std::size_t, 2048> starts{};
-    for (const std::uint64_t key : keys_) ++starts[(key >> shift) & 0x7FF];
-    std::size_t total = 0;
-    for (std::size_t& start : starts) total += std::exchange(start, total);
-    for (const std::uint64_t key : keys_) sorted[starts[(key >> shift) & 0x7FF]++] = key;
-    keys_.swap(sorted);
-  }
-}
+void NameIndex::SortByHash() { SortByUpperHalf(keys_, 32); }
 
 }  // namespace hostlib::data

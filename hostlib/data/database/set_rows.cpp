@@ -2,9 +2,11 @@
 
 #include "hostlib/data/database/dictionary_rows.h"
 #include "hostlib/data/name_index.h"
+#include "hostlib/data/radix_sort.h"
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -89,7 +91,7 @@ void Permute(std::vector<VariableSet>& items, std::vector<std::size_t> order) {
 // The rows in order of their positions (unique, by an index; rows that
 // share one keep the table's order). Positions within 2^32 of the least are
 // sorted as one number per row (its offset above the least, then its row),
-// by radix over the offset's bits: three passes of 11 bits at most.
+// by radix.
 std::vector<std::size_t> PositionOrder(const std::vector<std::int64_t>& positions) {
   std::vector<std::size_t> order;
   order.reserve(positions.size());
@@ -102,19 +104,12 @@ std::vector<std::size_t> PositionOrder(const std::vector<std::int64_t>& position
                      [&](std::size_t a, std::size_t b) { return positions[a] < positions[b]; });
     return order;
   }
-  std::vector<std::uint64_t> keys(positions.size()), sorted(positions.size());
+  std::vector<std::uint64_t> keys(positions.size());
   for (std::size_t i = 0; i < positions.size(); ++i) {
     const auto offset = static_cast<std::uint64_t>(positions[i]) - static_cast<std::uint64_t>(*low);
     keys[i] = offset << 32 | i;
   }
-  for (unsigned shift = 32; shift < 64 && (span >> (shift - 32)) != 0; shift += 11) {
-    std::array<std::size_t, 2048> starts{};
-    for (const std::uint64_t key : keys) ++starts[(key >> shift) & 0x7FF];
-    std::size_t total = 0;
-    for (std::size_t& start : starts) total += std::exchange(start, total);
-    for (const std::uint64_t key : keys) sorted[starts[(key >> shift) & 0x7FF]++] = key;
-    keys.swap(sorted);
-  }
+  SortByUpperHalf(keys, static_cast<unsigned>(std::bit_width(span)));
   for (const std::uint64_t key : keys) order.push_back(key & UINT32_MAX);
   return order;
 }
