@@ -97,6 +97,10 @@ class AtomicFileWriter {
 
  private:
   void Discard() noexcept;
+  void Written(std::size_t size);
+
+  std::size_t written_ = 0;        // bytes in the temporary file
+  std::size_t writebackFrom_ = 0;  // the first not yet sent to the disk
 
   std::filesystem::path path_;
   std::filesystem::path target_;
