@@ -73,9 +73,16 @@ ssize_t Env::ReadAt(int fd, const fs::path& path, void* buffer, std::size_t size
                  [&] { return ::pread(fd, buffer, size, offset); });
 }
 
-ssize_t Env::CopyRange(int from, off_t* offset, int to, const fs::path& toPath, std::size_t size) {
+ssize_t Env::WriteAt(int fd, const fs::path& path, const void* data, std::size_t size,
+                     off_t offset) {
+  return Guarded(*this, FileOperation::kWrite, path,
+                 [&] { return ::pwrite(fd, data, size, offset); });
+}
+
+ssize_t Env::CopyRange(int from, off_t* offset, int to, off_t* toOffset, const fs::path& toPath,
+                       std::size_t size) {
   return Guarded(*this, FileOperation::kWrite, toPath,
-                 [&] { return ::copy_file_range(from, offset, to, nullptr, size, 0); });
+                 [&] { return ::copy_file_range(from, offset, to, toOffset, size, 0); });
 }
 
 int Env::Sync(int fd, const fs::path& path) {

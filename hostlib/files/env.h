@@ -51,10 +51,12 @@ class Env {
   ssize_t Write(int fd, const std::filesystem::path& path, const void* data, std::size_t size);
   ssize_t ReadAt(int fd, const std::filesystem::path& path, void* buffer, std::size_t size,
                  off_t offset);  // pread
-  // copy_file_range from `from` at *offset to `to` at its position, asked
-  // as a write of `to`.
-  ssize_t CopyRange(int from, off_t* offset, int to, const std::filesystem::path& toPath,
-                    std::size_t size);
+  ssize_t WriteAt(int fd, const std::filesystem::path& path, const void* data, std::size_t size,
+                  off_t offset);  // pwrite
+  // copy_file_range from `from` at *offset to `to` at *toOffset, asked as a
+  // write of `to`.
+  ssize_t CopyRange(int from, off_t* offset, int to, off_t* toOffset,
+                    const std::filesystem::path& toPath, std::size_t size);
   int Sync(int fd, const std::filesystem::path& path);
   // Opens the folder and syncs it; a file system that cannot sync a folder
   // (EINVAL) counts as success.

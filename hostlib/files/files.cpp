@@ -199,21 +199,43 @@ void AtomicFileWriter::Discard() noexcept {
   if (!temporary_.empty()) env_.Unlink(std::exchange(temporary_, std::string()));
 }
 
-void AtomicFileWriter::Append(std::string_view data) {
-  WriteAll(env_, file_.Get(), temporary_, data, SaveFailure(path_), "cannot write " + temporary_);
-  Written(data.size());
+void AtomicFileWriter::Append(std::string_view data) { WriteAt(end_, data); }
+
+void AtomicFileWriter::AppendCopy(int source, const fs::path& sourcePath, off_t offset,
+                                  std::size_t size) {
+  CopyAt(end_, source, sourcePath, offset, size);
+}
+
+void AtomicFileWriter::Reached(std::size_t end) {
+  std::size_t seen = end_.load();
+  while (seen < end && !end_.compare_exchange_weak(seen, end)) {
+  }
 }
 
 // A large file starts on its way to the disk while the rest is written, so
 // that Commit's sync waits only for the last of it. A hint: the sync still
 // makes sure of every byte.
-void AtomicFileWriter::Written(std::size_t size) {
-  constexpr std::size_t kWritebackStep = std::size_t{16} << 20;
-  written_ += size;
-  if (written_ - writebackFrom_ < kWritebackStep) return;
-  ::sync_file_range(file_.Get(), static_cast<off_t>(writebackFrom_),
-                    static_cast<off_t>(written_ - writebackFrom_), SYNC_FILE_RANGE_WRITE);
-  writebackFrom_ = written_;
+void AtomicFileWriter::StartWriteback(std::size_t at, std::size_t size) const {
+  constexpr std::size_t kWorthStarting = std::size_t{1} << 20;
+  if (size < kWorthStarting) return;
+  ::sync_file_range(file_.Get(), static_cast<off_t>(at), static_cast<off_t>(size),
+                    SYNC_FILE_RANGE_WRITE);
+}
+
+void AtomicFileWriter::WriteAt(std::size_t at, std::string_view data) {
+  const std::size_t size = data.size();
+  while (!data.empty()) {
+    const ssize_t count = env_.WriteAt(file_.Get(), temporary_, data.data(), data.size(),
+                                       static_cast<off_t>(at + size - data.size()));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) {
+      const SaveFailure fail(path_);
+      fail("cannot write " + temporary_, errno);
+    }
+    data.remove_prefix(static_cast<std::size_t>(count));
+  }
+  StartWriteback(at, size);
+  Reached(at + size);
 }
 
 namespace {
@@ -226,24 +248,27 @@ bool CopyUnsupported(int error) {
 
 }  // namespace
 
-void AtomicFileWriter::AppendCopy(int source, const fs::path& sourcePath, off_t offset,
-                                  std::size_t size) {
+void AtomicFileWriter::CopyAt(std::size_t at, int source, const fs::path& sourcePath, off_t offset,
+                              std::size_t size) {
   const SaveFailure fail(path_);
-  const std::string writing = "cannot write " + temporary_;
   const auto shorter = [&] {
     fail("cannot copy from " + sourcePath.string() + ": the file is shorter than when read",
          ENODATA);
   };
-  constexpr std::size_t kCopyStep = std::size_t{32} << 20;
+  // In steps, so that the disk gets the first while the next are copied.
+  constexpr std::size_t kCopyStep = std::size_t{16} << 20;
+  auto to = static_cast<off_t>(at);
   while (size > 0) {
+    const off_t from = to;
     const ssize_t count =
-        env_.CopyRange(source, &offset, file_.Get(), temporary_, std::min(size, kCopyStep));
+        env_.CopyRange(source, &offset, file_.Get(), &to, temporary_, std::min(size, kCopyStep));
     if (count < 0 && errno == EINTR) continue;
     if (count < 0 && CopyUnsupported(errno)) break;
-    if (count < 0) fail(writing, errno);
+    if (count < 0) fail("cannot write " + temporary_, errno);
     if (count == 0) shorter();
     size -= static_cast<std::size_t>(count);
-    Written(static_cast<std::size_t>(count));
+    StartWriteback(static_cast<std::size_t>(from), static_cast<std::size_t>(count));
+    Reached(static_cast<std::size_t>(to));
   }
   std::string buffer(std::min<std::size_t>(size, std::size_t{1} << 20), '\0');
   while (size > 0) {
@@ -252,8 +277,10 @@ void AtomicFileWriter::AppendCopy(int source, const fs::path& sourcePath, off_t 
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) fail("cannot read " + sourcePath.string(), errno);
     if (count == 0) shorter();
-    Append(std::string_view(buffer.data(), static_cast<std::size_t>(count)));
+    WriteAt(static_cast<std::size_t>(to),
+            std::string_view(buffer.data(), static_cast<std::size_t>(count)));
     offset += count;
+    to += count;
     size -= static_cast<std::size_t>(count);
   }
 }

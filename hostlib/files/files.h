@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <ctime>
 #include <filesystem>
@@ -87,20 +88,27 @@ class AtomicFileWriter {
   AtomicFileWriter& operator=(const AtomicFileWriter&) = delete;
   ~AtomicFileWriter();
 
+  // Pieces go one after another, from the start of the file...
   void Append(std::string_view data);
   // Appends `size` bytes of the open file `source` from `offset` on, copied
   // by the kernel where the file system can (copy_file_range), else read and
   // written. A source shorter than that fails the write.
   void AppendCopy(int source, const std::filesystem::path& sourcePath, off_t offset,
                   std::size_t size);
+  // ... or each at a place of its own, `at` bytes into the file: pieces made
+  // at once, on threads of their own, for parts that do not overlap. Append
+  // goes on after the last of these.
+  void WriteAt(std::size_t at, std::string_view data);
+  void CopyAt(std::size_t at, int source, const std::filesystem::path& sourcePath, off_t offset,
+              std::size_t size);
   void Commit();
 
  private:
   void Discard() noexcept;
-  void Written(std::size_t size);
+  void Reached(std::size_t end);
+  void StartWriteback(std::size_t at, std::size_t size) const;
 
-  std::size_t written_ = 0;        // bytes in the temporary file
-  std::size_t writebackFrom_ = 0;  // the first not yet sent to the disk
+  std::atomic<std::size_t> end_{0};  // of the last piece written
 
   std::filesystem::path path_;
   std::filesystem::path target_;

@@ -23,7 +23,6 @@ Dataset CodebookFile::Load() {
   loaded_ = true;
   source_ = std::move(source);
   setsPlace_ = read.place;
-  setsSize_ = setsPlace_.value.end - setsPlace_.value.begin;
   storedSets_ = std::move(read.sets);
   topLevel_ = std::move(read.topLevel);
   identity_ = source_->Identity();
@@ -86,12 +85,11 @@ void CodebookFile::Save(const Dataset& dataset) {
   const std::vector<VariableSet>& sets = dataset.MultipleResponseSets();
   const std::size_t cutBegin = setsPlace_.present ? setsPlace_.value.begin : setsPlace_.insertAt;
   const std::size_t cutEnd = setsPlace_.present ? setsPlace_.value.end : setsPlace_.insertAt;
-  std::string setsText;
   try {
     files::AtomicFileWriter writer(path_, env_);
-    const auto copyPrefix = [&] { writer.AppendCopy(source_->Descriptor(), path_, 0, cutBegin); };
+    const auto copyPrefix = [&] { writer.CopyAt(0, source_->Descriptor(), path_, 0, cutBegin); };
     // A large file's bytes before the list are copied (by the kernel, on a
-    // thread of their own) while the list is rendered.
+    // thread of their own) while the list is written after them.
     constexpr std::size_t kLargePrefix = std::size_t{8} << 20;
     std::future<void> prefix;
     if (cutBegin >= kLargePrefix) {
@@ -99,18 +97,18 @@ void CodebookFile::Save(const Dataset& dataset) {
     } else {
       copyPrefix();
     }
+    std::size_t listSize = 0;
+    const auto write = [&](std::string_view piece) {
+      writer.WriteAt(cutBegin + listSize, piece);
+      listSize += piece.size();
+    };
     if (setsPlace_.present || !sets.empty()) {
-      // A command changes a few sets: the old list's size with some room is
-      // what the new one needs.
-      setsText = RenderSetList(sets, setsPlace_.indent, path_, setsSize_ + 4096);
-      if (!setsPlace_.present) {
-        setsText = ",\n" + setsPlace_.indent + "\"" + kCodebookSetsKey + "\": " + setsText;
-      }
+      if (!setsPlace_.present) write(",\n" + setsPlace_.indent + "\"" + kCodebookSetsKey + "\": ");
+      WriteSetList(sets, setsPlace_.indent, path_, write);
     }
     if (prefix.valid()) prefix.get();
-    writer.Append(setsText);
-    writer.AppendCopy(source_->Descriptor(), path_, static_cast<off_t>(cutEnd),
-                      source_->Size() - cutEnd);
+    writer.CopyAt(cutBegin + listSize, source_->Descriptor(), path_, static_cast<off_t>(cutEnd),
+                  source_->Size() - cutEnd);
     // Someone who does not take the lock may have written into the file
     // read: its bytes then are no longer those the sets were spliced into.
     files::FileIdentity now;
@@ -129,7 +127,6 @@ void CodebookFile::Save(const Dataset& dataset) {
   }
   // Under the lock nobody else replaces the file between the write and this.
   if (!files::IdentifyFile(path_, identity_)) identity_ = {};
-  setsSize_ = setsText.size();
   storedSets_ = sets;
 }
 

@@ -52,7 +52,6 @@ class CodebookFile final : public DatasetStore {
   // the set list's place replaced by those last written.
   std::shared_ptr<const SourceFile> source_;
   SetsPlace setsPlace_;
-  std::size_t setsSize_ = 0;                  // of the set list last read or written
   std::vector<json_spans::Member> topLevel_;  // in source_
   std::vector<VariableSet> storedSets_;       // the sets as the file holds them
   files::FileIdentity identity_;              // of the file last read or written

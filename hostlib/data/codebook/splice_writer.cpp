@@ -17,8 +17,10 @@ bool NeedsEscaping(std::string_view text) {
 
 class ListWriter {
  public:
-  ListWriter(std::string_view indent, const std::filesystem::path& path)
-      : entryIndent_(std::string(indent) + "  "), path_(path) {}
+  ListWriter(std::string_view indent, const std::filesystem::path& path, const SetListSink& write)
+      : entryIndent_(std::string(indent) + "  "), path_(path), write_(write) {
+    out_.reserve(kPiece + kPiece / 4);
+  }
 
   void String(std::string_view text) {
     if (!NeedsEscaping(text)) {
@@ -73,10 +75,18 @@ class ListWriter {
     out_ += "}";
   }
 
-  std::string Take() { return std::move(out_); }
   std::string& Out() { return out_; }
 
+  // Hands on what is made once it is a piece's worth, or at the end.
+  void Flush(bool last = false) {
+    if (out_.size() < kPiece && !last) return;
+    write_(out_);
+    out_.clear();
+  }
+
  private:
+  static constexpr std::size_t kPiece = std::size_t{1} << 20;
+
   void Extras(const VariableSet& set) {
     const std::string& extras = set.StoreExtras();
     if (extras.empty()) return;
@@ -103,23 +113,34 @@ class ListWriter {
 
   std::string entryIndent_;
   const std::filesystem::path& path_;
+  const SetListSink& write_;
   std::string out_;
 };
 
 }  // namespace
 
-std::string RenderSetList(const std::vector<VariableSet>& sets, std::string_view indent,
-                          const std::filesystem::path& path, std::size_t sizeHint) {
-  if (sets.empty()) return "[]";
-  ListWriter writer(indent, path);
-  writer.Out().reserve(sizeHint);
+void WriteSetList(const std::vector<VariableSet>& sets, std::string_view indent,
+                  const std::filesystem::path& path, const SetListSink& write) {
+  if (sets.empty()) {
+    write("[]");
+    return;
+  }
+  ListWriter writer(indent, path, write);
   writer.Out() += "[\n";
   for (std::size_t i = 0; i < sets.size(); ++i) {
     writer.Set(sets[i]);
     writer.Out() += i + 1 < sets.size() ? ",\n" : "\n";
+    writer.Flush();
   }
   writer.Out().append(indent).append("]");
-  return writer.Take();
+  writer.Flush(true);
+}
+
+std::string RenderSetList(const std::vector<VariableSet>& sets, std::string_view indent,
+                          const std::filesystem::path& path) {
+  std::string list;
+  WriteSetList(sets, indent, path, [&](std::string_view piece) { list += piece; });
+  return list;
 }
 
 void SpliceSets(std::string& text, SetsPlace& place, const std::vector<VariableSet>& sets,

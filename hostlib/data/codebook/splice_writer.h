@@ -9,6 +9,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,11 +18,17 @@
 
 namespace hostlib::data {
 
-// The list as it is written under a key indented by `indent`; `sizeHint`
-// (the size of the list it replaces, say) is room made at once. Throws
-// DatasetError ("`path`: not saved: ...") for text that cannot be JSON.
+using SetListSink = std::function<void(std::string_view)>;
+
+// The list as it is written under a key indented by `indent`, handed to
+// `write` in pieces of about a megabyte: a long list never sits whole in
+// memory. Throws DatasetError ("`path`: not saved: ...") for text that
+// cannot be JSON.
+void WriteSetList(const std::vector<VariableSet>& sets, std::string_view indent,
+                  const std::filesystem::path& path, const SetListSink& write);
+// The same, whole.
 std::string RenderSetList(const std::vector<VariableSet>& sets, std::string_view indent,
-                          const std::filesystem::path& path, std::size_t sizeHint = 0);
+                          const std::filesystem::path& path);
 
 // Puts the list into `text` at `place`, which then spans the new list. A
 // file without the key gains it only when there are sets to put in it.
