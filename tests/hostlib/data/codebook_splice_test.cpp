@@ -10,6 +10,7 @@
 
 #include "hostlib/data/codebook/codebook_store.h"
 #include "hostlib/data/codebook/json_spans.h"
+#include "hostlib/data/codebook/splice_writer.h"
 
 namespace hostlib::data {
 namespace {
@@ -84,6 +85,37 @@ TEST_F(CodebookSpliceTest, SaveChangesOnlyTheSetListBytes) {
     again.Save(reread);
     EXPECT_EQ(Read(path), saved);
   }
+}
+
+TEST_F(CodebookSpliceTest, LargeFilesAreSplicedLikeSmallOnes) {
+  // Past some megabytes the bytes kept are copied on a thread of their own
+  // while the list is written in pieces at its own place.
+  const std::string filler(9 << 20, 'x');
+  const std::string fields = R"("fields": [{"name": "a", "note": ")" + filler + R"("}])";
+  std::vector<VariableSet> many;
+  for (int i = 0; i < 20000; ++i) many.push_back(Dichotomy("$s" + std::to_string(i), {"a"}));
+  const struct {
+    std::string before, after;
+  } files[] = {
+      {"{\n  " + fields + ",\n  \"multipleResponseSets\": ", "\n}\n"},
+      {"{\n  \"multipleResponseSets\": ", ",\n  " + fields + "\n}\n"},
+  };
+  for (const auto& file : files) {
+    const fs::path path = Write(file.before + "[]" + file.after);
+    CodebookFile store(path);
+    Dataset dataset = store.Load();
+    dataset.ReplaceMultipleResponseSets(many);
+    store.Save(dataset);
+    EXPECT_TRUE(Read(path) == file.before + RenderSetList(many, "  ", path) + file.after);
+    EXPECT_EQ(CodebookFile(path).Load().MultipleResponseSets(), many);
+  }
+  const fs::path path = Write("{\n  " + fields + "\n}\n");
+  CodebookFile store(path);
+  Dataset dataset = store.Load();
+  dataset.ReplaceMultipleResponseSets(many);
+  store.Save(dataset);
+  EXPECT_TRUE(Read(path) == "{\n  " + fields + ",\n  \"multipleResponseSets\": " +
+                                RenderSetList(many, "  ", path) + "\n}\n");
 }
 
 TEST_F(CodebookSpliceTest, AbsentListIsAddedOnlyForSets) {
