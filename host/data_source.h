@@ -200,3 +200,6 @@ class VariableSet {
 std::vector<VariableSet> VariableSets(const VORN_DataSource& dataSource, VarSetsType type);
 void SaveVariableSets(const std::vector<VariableSet>& sets, VORN_DataSource& dataSource,
                       VarSetsType type);
+// The same, taking the list rather than copying it.
+void SaveVariableSets(std::vector<VariableSet>&& sets, VORN_DataSource& dataSource,
+                      VarSetsType type);

@@ -43,7 +43,7 @@ void ApplySubcommands(const MRSetSubcommands& subcommands, VORN_DataSource& data
         break;
     }
   }
-  SaveVariableSets(setList.Sets(), dataset, kMultipleResponseSets);
+  SaveVariableSets(setList.Take(), dataset, kMultipleResponseSets);
 }
 
 // ---- the set list --------------------------------------------------------
@@ -186,6 +186,13 @@ void IndexedSetList::Reorder(std::vector<std::size_t>& order) {
 const SetList& IndexedSetList::Sets() {
   Compact();
   return sets_;
+}
+
+SetList IndexedSetList::Take() {
+  Compact();
+  SetList taken = std::move(sets_);
+  Clear();
+  return taken;
 }
 
 namespace {

@@ -37,6 +37,8 @@ class IndexedSetList {
   void SortByName();
   // The list in order, without holes.
   const SetList& Sets();
+  // The same, taken: the list is left empty.
+  SetList Take();
 
  private:
   // Where an upper-cased name stands: nearly always once.

@@ -238,3 +238,9 @@ void SaveVariableSets(const std::vector<VariableSet>& sets, VORN_DataSource& dat
   CheckSetsType(type);
   hostlib::data::DatasetOf(dataSource).ReplaceMultipleResponseSets(sets);
 }
+
+void SaveVariableSets(std::vector<VariableSet>&& sets, VORN_DataSource& dataSource,
+                      VarSetsType type) {
+  CheckSetsType(type);
+  hostlib::data::DatasetOf(dataSource).ReplaceMultipleResponseSets(std::move(sets));
+}
