@@ -82,7 +82,7 @@ std::string Spelled(const hostlib::data::SliceScan& scan) {
     text += std::to_string(member.key.begin) + "-" + std::to_string(member.value.end) + "\n";
   }
   for (const auto& field : scan.fields) {
-    text += std::to_string(field.begin) + "-" + std::to_string(field.end) + " " +
+    text += std::to_string(field.begin) + "-" + std::to_string(field.End()) + " " +
             std::string(scan.NameOf(field)) + "\n";
   }
   return text;

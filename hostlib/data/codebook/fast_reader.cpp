@@ -460,7 +460,7 @@ class CodebookDictionary final : public DictionarySource {
   VORN_Variable Read(int index) const override {
     const auto at = static_cast<std::size_t>(index);
     const FieldEntry& entry = entries_.at(at);
-    const std::string bytes = source_->Read({entry.begin, entry.end});
+    const std::string bytes = source_->Read({entry.begin, entry.End()});
     Element element;
     // The bytes are read with the spare capacity the parser reads past them.
     if (parser_.parse(bytes.data(), bytes.size(), false).get(element) != simdjson::SUCCESS) {

@@ -193,7 +193,7 @@ class JobParser {
       if (!Parse(slice, at.first, at.next, element)) return false;
       if (!keep) continue;
       if (part.key == Key::kFields) {
-        AddField(part, element, at.begin, at.end);
+        if (!AddField(part, element, at.begin, at.end)) return false;
       } else {
         const std::size_t offset = slice.Stage().structural_indexes[at.first];
         const std::string_view bytes(slice.text.data() + offset, at.end - at.begin);
@@ -204,8 +204,10 @@ class JobParser {
     return true;
   }
 
-  static void AddField(Part& part, const Element& field, std::size_t begin, std::size_t end) {
-    FieldEntry entry{begin, end, part.names.size(), 0};
+  static bool AddField(Part& part, const Element& field, std::size_t begin, std::size_t end) {
+    if (end - begin > UINT32_MAX || part.names.size() > UINT32_MAX) return false;
+    FieldEntry entry{begin, static_cast<std::uint32_t>(end - begin),
+                     static_cast<std::uint32_t>(part.names.size())};
     const bool isObject = field.type() == simdjson::dom::element_type::OBJECT;
     bool hasName = false;
     bool isString = false;
@@ -228,6 +230,7 @@ class JobParser {
     entry.nameSize = static_cast<std::uint32_t>(name.size());
     entry.nameHash = NameHash(name);
     part.fields.push_back(entry);
+    return true;
   }
 
   const SetSink* sets_;
@@ -669,7 +672,7 @@ class SliceScanner {
       if (job.slice) spareSlices_.push_back(std::move(job.slice));
       if (!job.parsed) return false;
       for (Part& part : job.parts) {
-        if (part.key == Key::kFields) GatherFields(part);
+        if (part.key == Key::kFields && !GatherFields(part)) return false;
         if (part.key == Key::kSets && sets_ != nullptr) {
           if (part.beginsList) sets_->BeginList();
           for (SetElement& set : part.sets) sets_->Add(std::move(set));
@@ -696,11 +699,11 @@ class SliceScanner {
     }
   }
 
-  void GatherFields(Part& part) {
+  bool GatherFields(Part& part) {
     if (part.beginsList) {
       scan_.fields.clear();
       scan_.names.clear();
-      return;
+      return true;
     }
     if (part.fieldFault && !scan_.fieldFault) {
       scan_.fieldFault = std::move(part.fieldFault);
@@ -708,11 +711,13 @@ class SliceScanner {
     }
     if (scan_.fields.empty()) ReserveFields(part);
     const std::size_t namesBefore = scan_.names.size();
+    if (namesBefore + part.names.size() > UINT32_MAX) return false;
     scan_.names.append(part.names);
     for (FieldEntry entry : part.fields) {
-      entry.nameBegin += namesBefore;
+      entry.nameBegin += static_cast<std::uint32_t>(namesBefore);
       scan_.fields.push_back(entry);
     }
+    return true;
   }
 
   const SourceFile& source_;

@@ -37,12 +37,17 @@
 namespace hostlib::data {
 
 // A field as the open found it: its bytes' place in the file and its name.
+// A million fields make a million of these: 24 bytes each, where a field
+// or all names together past 4 GB end the scan (the caller reads the file
+// whole then).
 struct FieldEntry {
-  std::size_t begin = 0;
-  std::size_t end = 0;
-  std::size_t nameBegin = 0;  // in SliceScan::names
+  std::uint64_t begin = 0;
+  std::uint32_t size = 0;       // of its bytes
+  std::uint32_t nameBegin = 0;  // in SliceScan::names
   std::uint32_t nameSize = 0;
   std::uint32_t nameHash = 0;  // name_index.h
+
+  std::uint64_t End() const { return begin + size; }
 };
 
 // The first field the open refuses: one that is no object, or whose name is

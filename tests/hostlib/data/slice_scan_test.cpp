@@ -86,7 +86,7 @@ std::string Describe(const std::string& text, const SliceScan& scan) {
   }
   for (const FieldEntry& field : scan.fields) {
     out += "field " + std::string(scan.NameOf(field)) + ": " +
-           text.substr(field.begin, field.end - field.begin) + "\n";
+           text.substr(field.begin, field.size) + "\n";
   }
   if (scan.setsPresent) {
     out += "sets [" + scan.setsKeyIndent + "] " + std::string(scan.setsValue.Of(text)) + "\n";
