@@ -160,6 +160,10 @@ class VariableSet {
   bool qUseVariableCategoryLabels() const;
   std::vector<std::string> GetVariableNames(ChangeCase changeCase) const;
 
+  // Host side: room for `count` variable names, for a store that knows how
+  // many it is about to add.
+  void ReserveVariableNames(std::size_t count);
+
   // Host side: what a dataset store keeps of a set without interpreting it
   // (serialized by the store). A new set has none; assignment replaces it.
   const std::string& StoreExtras() const;

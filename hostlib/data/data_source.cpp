@@ -163,6 +163,8 @@ void VariableSet::AddVariableName(const std::string& name) {
   Change().variableNames.push_back(name);
 }
 
+void VariableSet::ReserveVariableNames(std::size_t count) { Change().variableNames.reserve(count); }
+
 bool operator==(const VariableSet& a, const VariableSet& b) {
   if (a.name_ != b.name_) return false;
   if (a.source_ && a.source_ == b.source_ && a.index_ == b.index_) return true;

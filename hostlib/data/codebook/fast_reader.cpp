@@ -289,8 +289,10 @@ class DocumentReader {
     if (variables->type() != Type::ARRAY) {
       Fail(variablesPlace, "must be an array of variable names");
     }
+    const simdjson::dom::array members(*variables);
+    set.ReserveVariableNames(members.size());
     std::size_t i = 0;
-    for (const Element member : simdjson::dom::array(*variables)) {
+    for (const Element member : members) {
       const Place memberPlace = variablesPlace.Child(i);
       if (member.type() != Type::STRING) Fail(memberPlace, "must be a string");
       CheckNoNul(std::string_view(member), memberPlace);
