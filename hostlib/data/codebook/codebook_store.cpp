@@ -115,12 +115,6 @@ void CodebookFile::Save(const Dataset& dataset) {
     if (!files::IdentifyFile(source_->Descriptor(), now) || !(now == source_->Identity())) {
       throw DatasetError(path_.string() + ": not saved: the file changed while it was saved");
     }
-    // Dropping a large file's pages takes as long as a good part of the
-    // sync: done at the close of the file replaced, it would come after it.
-    std::future<void> dropped;
-    if (source_->Size() >= kLargePrefix) {
-      dropped = std::async(std::launch::async, [this] { source_->DropCache(); });
-    }
     writer.Commit();
   } catch (const files::FileError& error) {
     throw DatasetError(error.what());

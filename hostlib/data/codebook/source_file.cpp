@@ -31,8 +31,6 @@ std::size_t SourceFile::ReadInto(char* buffer, std::size_t size, std::size_t off
   return done;
 }
 
-void SourceFile::DropCache() const { ::posix_fadvise(fd_.Get(), 0, 0, POSIX_FADV_DONTNEED); }
-
 std::string SourceFile::Read(json_spans::Span span) const {
   const std::size_t size = span.end - span.begin;
   std::string bytes;

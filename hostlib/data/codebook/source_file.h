@@ -40,9 +40,6 @@ class SourceFile {
   // DatasetError, also when the file no longer holds them.
   std::string Read(json_spans::Span span) const;
   std::string ReadAll() const { return Read({0, Size()}); }
-  // Lets the kernel drop the file's cached pages, as it does when the last
-  // descriptor of a replaced file closes. Later reads come from the disk.
-  void DropCache() const;
 
  private:
   [[noreturn]] void Fail(int error) const;
