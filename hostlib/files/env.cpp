@@ -64,10 +64,6 @@ ssize_t Env::Read(int fd, const fs::path& path, void* buffer, std::size_t size) 
   return Guarded(*this, FileOperation::kRead, path, [&] { return ::read(fd, buffer, size); });
 }
 
-ssize_t Env::Write(int fd, const fs::path& path, const void* data, std::size_t size) {
-  return Guarded(*this, FileOperation::kWrite, path, [&] { return ::write(fd, data, size); });
-}
-
 ssize_t Env::ReadAt(int fd, const fs::path& path, void* buffer, std::size_t size, off_t offset) {
   return Guarded(*this, FileOperation::kRead, path,
                  [&] { return ::pread(fd, buffer, size, offset); });

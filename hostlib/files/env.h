@@ -48,7 +48,6 @@ class Env {
 
   int Open(const std::filesystem::path& path, int flags, mode_t mode = 0);
   ssize_t Read(int fd, const std::filesystem::path& path, void* buffer, std::size_t size);
-  ssize_t Write(int fd, const std::filesystem::path& path, const void* data, std::size_t size);
   ssize_t ReadAt(int fd, const std::filesystem::path& path, void* buffer, std::size_t size,
                  off_t offset);  // pread
   ssize_t WriteAt(int fd, const std::filesystem::path& path, const void* data, std::size_t size,

@@ -108,10 +108,12 @@ class TemporaryFile {
   Env* env_;
 };
 
+// Writes all of `contents` at `at` (pwrite: the descriptor's position stays).
 void WriteAll(Env& env, int fd, const fs::path& path, std::string_view contents,
-              const SaveFailure& fail, const std::string& step) {
+              const SaveFailure& fail, const std::string& step, std::size_t at = 0) {
   while (!contents.empty()) {
-    const ssize_t count = env.Write(fd, path, contents.data(), contents.size());
+    const ssize_t count =
+        env.WriteAt(fd, path, contents.data(), contents.size(), static_cast<off_t>(at));
     if (count < 0) {
       if (errno == EINTR) {
         continue;
@@ -119,6 +121,7 @@ void WriteAll(Env& env, int fd, const fs::path& path, std::string_view contents,
       fail(step, errno);
     }
     contents.remove_prefix(static_cast<std::size_t>(count));
+    at += static_cast<std::size_t>(count);
   }
 }
 
@@ -223,19 +226,10 @@ void AtomicFileWriter::StartWriteback(std::size_t at, std::size_t size) const {
 }
 
 void AtomicFileWriter::WriteAt(std::size_t at, std::string_view data) {
-  const std::size_t size = data.size();
-  while (!data.empty()) {
-    const ssize_t count = env_.WriteAt(file_.Get(), temporary_, data.data(), data.size(),
-                                       static_cast<off_t>(at + size - data.size()));
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) {
-      const SaveFailure fail(path_);
-      fail("cannot write " + temporary_, errno);
-    }
-    data.remove_prefix(static_cast<std::size_t>(count));
-  }
-  StartWriteback(at, size);
-  Reached(at + size);
+  WriteAll(env_, file_.Get(), temporary_, data, SaveFailure(path_), "cannot write " + temporary_,
+           at);
+  StartWriteback(at, data.size());
+  Reached(at + data.size());
 }
 
 namespace {

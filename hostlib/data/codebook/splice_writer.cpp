@@ -18,9 +18,7 @@ bool NeedsEscaping(std::string_view text) {
 class ListWriter {
  public:
   ListWriter(std::string_view indent, const std::filesystem::path& path, const SetListSink& write)
-      : entryIndent_(std::string(indent) + "  "), path_(path), write_(write) {
-    out_.reserve(kPiece + kPiece / 4);
-  }
+      : entryIndent_(std::string(indent) + "  "), path_(path), write_(write) {}
 
   void String(std::string_view text) {
     if (!NeedsEscaping(text)) {

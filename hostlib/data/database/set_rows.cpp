@@ -73,8 +73,12 @@ using SetMaker = std::function<VariableSet(std::string, std::size_t, const State
 
 // Moves the item at order[i] to place i, for every i, in place: each item
 // moves once, along the cycles of the permutation.
-void Permute(std::vector<VariableSet>& items, std::vector<std::size_t> order) {
-  for (std::size_t start = 0; start < order.size(); ++start) {
+void Permute(std::vector<VariableSet>& items, const std::vector<std::size_t>& wanted) {
+  std::size_t start = 0;
+  while (start < wanted.size() && wanted[start] == start) ++start;
+  if (start == wanted.size()) return;
+  std::vector<std::size_t> order = wanted;
+  for (; start < order.size(); ++start) {
     if (order[start] == start) continue;
     VariableSet first = std::move(items[start]);
     std::size_t at = start;
@@ -95,7 +99,11 @@ void Permute(std::vector<VariableSet>& items, std::vector<std::size_t> order) {
 std::vector<std::size_t> PositionOrder(const std::vector<std::int64_t>& positions) {
   std::vector<std::size_t> order;
   order.reserve(positions.size());
-  if (positions.empty()) return order;
+  if (std::is_sorted(positions.begin(), positions.end())) {
+    // Rows written in order of position, as most are.
+    for (std::size_t i = 0; i < positions.size(); ++i) order.push_back(i);
+    return order;
+  }
   const auto [low, high] = std::minmax_element(positions.begin(), positions.end());
   const auto span = static_cast<std::uint64_t>(*high) - static_cast<std::uint64_t>(*low);
   if (span > UINT32_MAX || positions.size() > UINT32_MAX) {
@@ -152,24 +160,15 @@ SetRows ReadSetRows(const SqliteConnection& db, bool whole, const SetMaker& make
     sets.push_back(makeSet(std::move(name), sets.size(), rows));
   }
   SetRows read;
-  if (std::is_sorted(positions.begin(), positions.end())) {
-    // Rows written in order of position, as most are: no reordering.
-    read.rows.resize(sets.size());
-    for (std::size_t i = 0; i < read.rows.size(); ++i) read.rows[i] = i;
-    read.tableIds = ids;
-    read.stored.ids = std::move(ids);
-    read.stored.positions = std::move(positions);
-  } else {
-    read.rows = PositionOrder(positions);
-    read.stored.ids.reserve(read.rows.size());
-    read.stored.positions.reserve(read.rows.size());
-    for (const std::size_t i : read.rows) {
-      read.stored.ids.push_back(ids[i]);
-      read.stored.positions.push_back(positions[i]);
-    }
-    Permute(sets, read.rows);
-    read.tableIds = std::move(ids);
+  read.rows = PositionOrder(positions);
+  read.stored.ids.reserve(read.rows.size());
+  read.stored.positions.reserve(read.rows.size());
+  for (const std::size_t i : read.rows) {
+    read.stored.ids.push_back(ids[i]);
+    read.stored.positions.push_back(positions[i]);
   }
+  Permute(sets, read.rows);
+  read.tableIds = std::move(ids);
   read.sets = std::move(sets);
   return read;
 }
