@@ -49,7 +49,8 @@ SqliteConnection& SqliteStore::Open() {
   if (writeAheadLog) LeaveWriteAheadLogMode(*db);
   // A rollback journal, synced at each commit: a killed process leaves a hot
   // journal that the next opener rolls back.
-  db->Execute("PRAGMA foreign_keys = ON; PRAGMA synchronous = FULL;", "cannot be read");
+  db->Execute("PRAGMA foreign_keys = ON; PRAGMA synchronous = FULL; PRAGMA cache_size = -32768;",
+              "cannot be read");
   Statement application(*db, "PRAGMA application_id", "cannot be read");
   application.Step();
   Statement version(*db, "PRAGMA user_version", "cannot be read");

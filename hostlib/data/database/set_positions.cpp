@@ -13,6 +13,19 @@ constexpr std::int64_t kGreatest = std::numeric_limits<std::int64_t>::max();
 // Marks the sets of a longest run whose stored positions increase along the
 // list (patience sorting, n log n).
 std::vector<bool> LongestIncreasingRun(const std::vector<std::optional<std::int64_t>>& stored) {
+  // Most saves keep every stored set in its order (sets added or changed):
+  // the kept sets are then the run.
+  std::vector<bool> inRun(stored.size(), false);
+  std::optional<std::int64_t> last;
+  bool increasing = true;
+  for (std::size_t i = 0; i < stored.size() && increasing; ++i) {
+    if (!stored[i]) continue;
+    increasing = !last || *last < *stored[i];
+    last = stored[i];
+    inRun[i] = true;
+  }
+  if (increasing) return inRun;
+  inRun.assign(stored.size(), false);
   std::vector<std::size_t> tails;  // per run length, the index ending the best such run
   std::vector<std::size_t> previous(stored.size(), stored.size());
   for (std::size_t i = 0; i < stored.size(); ++i) {
@@ -27,7 +40,6 @@ std::vector<bool> LongestIncreasingRun(const std::vector<std::optional<std::int6
       *place = i;
     }
   }
-  std::vector<bool> inRun(stored.size(), false);
   for (std::size_t i = tails.empty() ? stored.size() : tails.back(); i < stored.size();
        i = previous[i]) {
     inRun[i] = true;

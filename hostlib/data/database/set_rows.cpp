@@ -59,17 +59,18 @@ void AddMember(const SqliteConnection& db, std::string member, VariableSet& set)
   set.AddVariableName(member);
 }
 
-// The set rows in order of position, their names checked.
+// The ids and positions of the set rows, in the table's order.
+struct RowKeys {
+  std::vector<std::int64_t> ids;
+  std::vector<std::int64_t> positions;
+};
+
+// The set rows' keys in order of position.
 struct SetRows {
   StoredSets stored;                   // ids and positions; no sets
-  std::vector<VariableSet> sets;       // the sets
   std::vector<std::size_t> rows;       // per set, its row's place in the table's order
   std::vector<std::int64_t> tableIds;  // the ids in the table's order
 };
-
-// Makes a row's set, given its name, its place in the table's order and the
-// row itself.
-using SetMaker = std::function<VariableSet(std::string, std::size_t, const Statement&)>;
 
 // Moves the item at order[i] to place i, for every i, in place: each item
 // moves once, along the cycles of the permutation.
@@ -132,44 +133,44 @@ std::size_t ExpectedRows(const SqliteConnection& db) {
   return static_cast<std::size_t>(std::clamp<std::int64_t>(span.Int(0), 0, kMostReserved));
 }
 
-// The table is read in its own order, which is the file's, and sorted
-// after: following the index on position would seek for every row.
-SetRows ReadSetRows(const SqliteConnection& db, bool whole, const SetMaker& makeSet) {
+// Reads the table in its own order, which is the file's (following the
+// index on position would seek for every row): `take(name, row)` gets each
+// row with its name checked; `extra` columns follow the name's.
+template <typename Take>
+RowKeys ReadRowKeys(const SqliteConnection& db, const std::string& extra, Take take) {
   const std::size_t expected = ExpectedRows(db);
-  std::vector<std::int64_t> ids, positions;
-  std::vector<VariableSet> sets;
-  ids.reserve(expected);
-  positions.reserve(expected);
-  sets.reserve(expected);
-  Statement rows(db,
-                 std::string("SELECT id, position, name, folded_name") +
-                     (whole ? std::string(", ") + kSetColumns : std::string()) + " FROM sets",
-                 kReading);
+  RowKeys keys;
+  keys.ids.reserve(expected);
+  keys.positions.reserve(expected);
+  Statement rows(db, "SELECT id, position, name, folded_name" + extra + " FROM sets", kReading);
   std::array<char, kShortName> buffer{};
   std::string other;
   while (rows.Step()) {
-    std::string name = rows.Text(2);
-    if (name.find('\0') != std::string::npos) {
+    const std::string_view name = rows.View(2);
+    if (name.find('\0') != std::string_view::npos) {
       Corrupt(db, "a set name holds the character U+0000");
     }
     if (rows.View(3) != FoldedName(name, buffer, other)) {
-      Corrupt(db, "set \"" + name + "\": folded_name does not match the name");
+      Corrupt(db, "set \"" + std::string(name) + "\": folded_name does not match the name");
     }
-    ids.push_back(rows.Int(0));
-    positions.push_back(rows.Int(1));
-    sets.push_back(makeSet(std::move(name), sets.size(), rows));
+    keys.ids.push_back(rows.Int(0));
+    keys.positions.push_back(rows.Int(1));
+    take(name, rows);
   }
+  return keys;
+}
+
+// The rows' keys in order of position, and the order itself.
+SetRows OrderRows(RowKeys keys) {
   SetRows read;
-  read.rows = PositionOrder(positions);
+  read.rows = PositionOrder(keys.positions);
   read.stored.ids.reserve(read.rows.size());
   read.stored.positions.reserve(read.rows.size());
   for (const std::size_t i : read.rows) {
-    read.stored.ids.push_back(ids[i]);
-    read.stored.positions.push_back(positions[i]);
+    read.stored.ids.push_back(keys.ids[i]);
+    read.stored.positions.push_back(keys.positions[i]);
   }
-  Permute(sets, read.rows);
-  read.tableIds = std::move(ids);
-  read.sets = std::move(sets);
+  read.tableIds = std::move(keys.ids);
   return read;
 }
 
@@ -227,22 +228,35 @@ class StoredSetSource final : public VariableSetSource {
 
 StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db) {
   const auto source = std::make_shared<StoredSetSource>(db);
+  // The names first, end to end: the sets are then made in order of
+  // position, rather than made in the table's order and moved.
+  std::string names;
+  std::vector<std::size_t> nameEnds;
+  SetRows read = OrderRows(ReadRowKeys(*db, "", [&](std::string_view name, const Statement&) {
+    names += name;
+    nameEnds.push_back(names.size());
+  }));
+  std::vector<VariableSet> sets;
+  sets.reserve(read.rows.size());
   // A set is its row's place in the table's order: the source keeps the ids
   // in that order.
-  SetRows read = ReadSetRows(*db, false, [&](std::string name, std::size_t row, const Statement&) {
-    return VariableSet(std::move(name), source, row);
-  });
+  for (const std::size_t row : read.rows) {
+    const std::size_t begin = row == 0 ? 0 : nameEnds[row - 1];
+    sets.emplace_back(names.substr(begin, nameEnds[row] - begin), source, row);
+  }
   source->SetIds(std::move(read.tableIds));
-  read.stored.sets = std::make_shared<const std::vector<VariableSet>>(std::move(read.sets));
+  read.stored.sets = std::make_shared<const std::vector<VariableSet>>(std::move(sets));
   read.stored.source = source;
   read.stored.sourceIndexes = std::move(read.rows);
   return std::move(read.stored);
 }
 
 StoredSets ReadWholeStoredSets(const SqliteConnection& db) {
-  SetRows read = ReadSetRows(
-      db, true, [&](std::string, std::size_t, const Statement& at) { return SetOfRow(db, at, 4); });
-  std::vector<VariableSet>& sets = read.sets;
+  std::vector<VariableSet> sets;
+  SetRows read = OrderRows(ReadRowKeys(
+      db, std::string(", ") + kSetColumns,
+      [&](std::string_view, const Statement& at) { sets.push_back(SetOfRow(db, at, 4)); }));
+  Permute(sets, read.rows);
   std::unordered_map<std::int64_t, std::size_t> indexById;
   for (std::size_t i = 0; i < read.stored.ids.size(); ++i) indexById.emplace(read.stored.ids[i], i);
   // Every row of set_variables belongs to a set (a foreign key).
