@@ -75,11 +75,15 @@ std::string MapCharacters(std::string_view text, Map map, AsciiMap asciiMap) {
 
 }  // namespace
 
+// Passed as lambdas, whose types are their own, so that the ASCII path
+// inlines the map rather than calling it for every byte.
 std::string UpperCase(std::string_view text) {
-  return MapCharacters(text, SimpleUpper, AsciiUpper);
+  return MapCharacters(text, SimpleUpper, [](char c) { return AsciiUpper(c); });
 }
 
-std::string FoldCase(std::string_view text) { return MapCharacters(text, SimpleFold, AsciiLower); }
+std::string FoldCase(std::string_view text) {
+  return MapCharacters(text, SimpleFold, [](char c) { return AsciiLower(c); });
+}
 
 bool IsValidUtf8(std::string_view text) { return ValidUtf8Length(text) == text.size(); }
 
