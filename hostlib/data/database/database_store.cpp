@@ -407,12 +407,12 @@ void SqliteStore::Create(const DatasetContents& contents) {
   const auto fill = [&](const fs::path& temporary) {
     SqliteConnection db(temporary, true, file, env_);
     const std::string doing = "not saved";
-    db.Execute(
-        "PRAGMA journal_mode = DELETE; PRAGMA synchronous = FULL; "
-        "PRAGMA foreign_keys = ON; PRAGMA application_id = " +
-            std::to_string(kApplicationId) +
-            "; PRAGMA user_version = " + std::to_string(kFormatVersion) + ";",
-        doing);
+    db.Execute("PRAGMA page_size = " + std::to_string(kPageSize) +
+                   "; PRAGMA journal_mode = DELETE; PRAGMA synchronous = FULL; "
+                   "PRAGMA foreign_keys = ON; PRAGMA application_id = " +
+                   std::to_string(kApplicationId) +
+                   "; PRAGMA user_version = " + std::to_string(kFormatVersion) + ";",
+               doing);
     db.Execute("BEGIN", doing);
     db.Execute(kSchema, doing);
     Statement meta(db, "INSERT INTO dataset (id, revision, layout) VALUES (1, 0, ?)", doing);

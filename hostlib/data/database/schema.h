@@ -9,6 +9,10 @@ namespace hostlib::data {
 inline constexpr int kApplicationId = 0x4D525344;  // "MRSD"
 inline constexpr int kFormatVersion = 1;
 inline constexpr std::string_view kSqliteHeader("SQLite format 3\0", 16);
+// The page size of a database made here (any other is read as well): a
+// command reads every set row, and a 16 KB page holds four times as many
+// as SQLite's default, in a quarter of the reads.
+inline constexpr int kPageSize = 16384;
 
 // The format's tables; the README describes them.
 inline constexpr const char* kSchema = R"sql(

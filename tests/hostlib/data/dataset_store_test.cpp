@@ -228,9 +228,15 @@ TEST_F(StoreTest, DatabaseRefusesADamagedPageWhenAReadMeetsIt) {
   const fs::path path = dir_ / "big.db";
   SqliteStore(path).Create({Dataset(std::move(variables)), nullptr});
   std::string bytes = Read(path);
-  const std::size_t page = 4096;
-  const std::size_t middle = bytes.size() / page / 2 * page;
-  bytes.replace(middle, page, std::string(page, '\xff'));
+  // The page that holds v2000's row (its name, then its folded name), away
+  // from the first and the last variables; pages are as large as the
+  // file's header says (big-endian, at offset 16).
+  const std::size_t page =
+      static_cast<unsigned char>(bytes[16]) << 8 | static_cast<unsigned char>(bytes[17]);
+  const std::size_t row = bytes.find("v2000v2000");
+  ASSERT_NE(row, std::string::npos);
+  const std::size_t damaged = row / page * page;
+  bytes.replace(damaged, page, std::string(page, '\xff'));
   Write("big.db", bytes);
 
   SqliteStore store(path);
