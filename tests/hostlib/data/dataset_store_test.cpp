@@ -230,9 +230,10 @@ TEST_F(StoreTest, DatabaseRefusesADamagedPageWhenAReadMeetsIt) {
   std::string bytes = Read(path);
   // The page that holds v2000's row (its name, then its folded name), away
   // from the first and the last variables; pages are as large as the
-  // file's header says (big-endian, at offset 16).
-  const std::size_t page =
+  // file's header says (big-endian, at offset 16; 1 for 65,536).
+  std::size_t page =
       static_cast<unsigned char>(bytes[16]) << 8 | static_cast<unsigned char>(bytes[17]);
+  if (page == 1) page = 65536;
   const std::size_t row = bytes.find("v2000v2000");
   ASSERT_NE(row, std::string::npos);
   const std::size_t damaged = row / page * page;
