@@ -204,11 +204,6 @@ void AtomicFileWriter::Discard() noexcept {
 
 void AtomicFileWriter::Append(std::string_view data) { WriteAt(end_, data); }
 
-void AtomicFileWriter::AppendCopy(int source, const fs::path& sourcePath, off_t offset,
-                                  std::size_t size) {
-  CopyAt(end_, source, sourcePath, offset, size);
-}
-
 void AtomicFileWriter::Reached(std::size_t end) {
   std::size_t seen = end_.load();
   while (seen < end && !end_.compare_exchange_weak(seen, end)) {

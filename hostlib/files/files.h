@@ -90,14 +90,12 @@ class AtomicFileWriter {
 
   // Pieces go one after another, from the start of the file...
   void Append(std::string_view data);
-  // Appends `size` bytes of the open file `source` from `offset` on, copied
-  // by the kernel where the file system can (copy_file_range), else read and
-  // written. A source shorter than that fails the write.
-  void AppendCopy(int source, const std::filesystem::path& sourcePath, off_t offset,
-                  std::size_t size);
   // ... or each at a place of its own, `at` bytes into the file: pieces made
   // at once, on threads of their own, for parts that do not overlap. Append
-  // goes on after the last of these.
+  // goes on after the last of these. CopyAt copies `size` bytes of the open
+  // file `source` from `offset` on, by the kernel where the file system can
+  // (copy_file_range), else read and written; a source shorter than that
+  // fails the write.
   void WriteAt(std::size_t at, std::string_view data);
   void CopyAt(std::size_t at, int source, const std::filesystem::path& sourcePath, off_t offset,
               std::size_t size);
