@@ -48,10 +48,10 @@ SqliteConnection& SqliteStore::Open() {
   sqlite3_busy_timeout(db->Get(), static_cast<int>(busyTimeout_.count()));
   if (writeAheadLog) LeaveWriteAheadLogMode(*db);
   // A rollback journal, synced at each commit: a killed process leaves a hot
-  // journal that the next opener rolls back. A page cache of up to 32 MB
-  // (taken as used) holds the pages a save that moves thousands of rows
-  // changes; the default 2 MB spills them to the file before the commit.
-  db->Execute("PRAGMA foreign_keys = ON; PRAGMA synchronous = FULL; PRAGMA cache_size = -32768;",
+  // journal that the next opener rolls back. Reading, SQLite's default page
+  // cache of 2 MB: the sets' rows are read once, and pages it reuses cost no
+  // fresh memory (see Save for writing).
+  db->Execute("PRAGMA foreign_keys = ON; PRAGMA synchronous = FULL; PRAGMA cache_size = -2048;",
               "cannot be read");
   Statement application(*db, "PRAGMA application_id", "cannot be read");
   application.Step();
@@ -164,6 +164,10 @@ void SqliteStore::Save(const Dataset& dataset) {
   const bool ownUnit = !inCommand_;
   if (ownUnit) BeginCommand(busyTimeout_);
   try {
+    // A page cache of up to 32 MB (taken as used) holds the pages a save
+    // that moves thousands of rows changes; 2 MB would spill them to the
+    // file before the commit.
+    db.Execute("PRAGMA cache_size = -32768", "not saved");
     WriteSets(db, dataset.SharedMultipleResponseSets());
   } catch (...) {
     AbortCommand();
@@ -240,7 +244,12 @@ void SqliteStore::WriteSets(SqliteConnection& db, const SharedSetList& list) {
   for (std::size_t i = 0; i < sets.size(); ++i) {
     if (kept[i]) storedPositions[i] = stored_.positions[*kept[i]];
   }
-  const SetPlacement placement = PlaceSets(storedPositions);
+  std::vector<std::int64_t> oldPositions;  // increasing, as read or last placed
+  oldPositions.reserve(stored_.positions.size());
+  for (std::size_t j = 0; j < stored_.positions.size(); ++j) {
+    if (used[j]) oldPositions.push_back(stored_.positions[j]);
+  }
+  const SetPlacement placement = PlaceSets(storedPositions, std::move(oldPositions));
   std::vector<std::pair<std::int64_t, std::int64_t>> moves;  // id, new position
   for (std::size_t i = 0; i < sets.size(); ++i) {
     if (kept[i] && *storedPositions[i] != placement.positions[i]) {

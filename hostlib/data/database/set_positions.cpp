@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <limits>
-#include <unordered_set>
+#include <utility>
 
 namespace hostlib::data {
 namespace {
@@ -26,18 +26,22 @@ std::vector<bool> LongestIncreasingRun(const std::vector<std::optional<std::int6
   }
   if (increasing) return inRun;
   inRun.assign(stored.size(), false);
-  std::vector<std::size_t> tails;  // per run length, the index ending the best such run
+  // Per run length, the index ending the best such run and its position
+  // (kept apart: the search reads the positions alone).
+  std::vector<std::size_t> tails;
+  std::vector<std::int64_t> tailPositions;
   std::vector<std::size_t> previous(stored.size(), stored.size());
   for (std::size_t i = 0; i < stored.size(); ++i) {
     if (!stored[i]) continue;
-    const auto place = std::lower_bound(
-        tails.begin(), tails.end(), *stored[i],
-        [&](std::size_t tail, std::int64_t position) { return *stored[tail] < position; });
-    if (place != tails.begin()) previous[i] = *(place - 1);
-    if (place == tails.end()) {
+    const auto place = std::lower_bound(tailPositions.begin(), tailPositions.end(), *stored[i]);
+    const auto length = static_cast<std::size_t>(place - tailPositions.begin());
+    if (length > 0) previous[i] = tails[length - 1];
+    if (length == tails.size()) {
       tails.push_back(i);
+      tailPositions.push_back(*stored[i]);
     } else {
-      *place = i;
+      tails[length] = i;
+      tailPositions[length] = *stored[i];
     }
   }
   for (std::size_t i = tails.empty() ? stored.size() : tails.back(); i < stored.size();
@@ -66,7 +70,7 @@ SetPlacement PlaceAllAnew(std::size_t count, std::optional<std::int64_t> greates
 // the next set allows; the placement is clear of old positions when every
 // moving set found one.
 void AvoidOldPositions(const std::vector<std::optional<std::int64_t>>& stored,
-                       SetPlacement& placement) {
+                       std::vector<std::int64_t> old, SetPlacement& placement) {
   std::vector<std::int64_t>& positions = placement.positions;
   placement.clearOfOldPositions = true;
   const auto moves = [&](std::size_t i) { return stored[i] && *stored[i] != positions[i]; };
@@ -75,17 +79,15 @@ void AvoidOldPositions(const std::vector<std::optional<std::int64_t>>& stored,
   bool anyMoves = false;
   for (std::size_t i = 0; i < positions.size() && !anyMoves; ++i) anyMoves = moves(i);
   if (!anyMoves) return;
-  std::unordered_set<std::int64_t> old;
-  old.reserve(stored.size());
-  for (const auto& position : stored) {
-    if (position) old.insert(*position);
-  }
+  if (!std::is_sorted(old.begin(), old.end())) std::sort(old.begin(), old.end());
   for (std::size_t i = 0; i < positions.size(); ++i) {
-    if (!moves(i) || old.count(positions[i]) == 0) continue;
+    if (!moves(i)) continue;
+    auto taken = std::lower_bound(old.begin(), old.end(), positions[i]);
+    if (taken == old.end() || *taken != positions[i]) continue;
     const std::int64_t limit = i + 1 < positions.size() ? positions[i + 1] : kGreatest;
     std::int64_t free = positions[i] + 1;
     // Each step passes an old position in this set's own room: linear in all.
-    while (free < limit && old.count(free) != 0) ++free;
+    for (++taken; free < limit && taken != old.end() && *taken == free; ++taken) ++free;
     if (free < limit) {
       positions[i] = free;
     } else {
@@ -142,10 +144,19 @@ SetPlacement PlaceKeepingTheLongestRun(const std::vector<std::optional<std::int6
 
 }  // namespace
 
-SetPlacement PlaceSets(const std::vector<std::optional<std::int64_t>>& stored) {
+SetPlacement PlaceSets(const std::vector<std::optional<std::int64_t>>& stored,
+                       std::vector<std::int64_t> oldPositions) {
   SetPlacement placement = PlaceKeepingTheLongestRun(stored);
-  AvoidOldPositions(stored, placement);
+  AvoidOldPositions(stored, std::move(oldPositions), placement);
   return placement;
+}
+
+SetPlacement PlaceSets(const std::vector<std::optional<std::int64_t>>& stored) {
+  std::vector<std::int64_t> old;
+  for (const auto& position : stored) {
+    if (position) old.push_back(*position);
+  }
+  return PlaceSets(stored, std::move(old));
 }
 
 }  // namespace hostlib::data

@@ -26,5 +26,9 @@ struct SetPlacement {
 // greatest old position. A moving set whose place is another's old position
 // takes the next free one where the room allows.
 SetPlacement PlaceSets(const std::vector<std::optional<std::int64_t>>& stored);
+// The same, given the kept sets' old positions (`stored`'s values),
+// preferably in increasing order as a store read them.
+SetPlacement PlaceSets(const std::vector<std::optional<std::int64_t>>& stored,
+                       std::vector<std::int64_t> oldPositions);
 
 }  // namespace hostlib::data
