@@ -17,7 +17,6 @@
 #include "hostlib/data/database/dictionary_rows.h"
 #include "hostlib/data/database/guard.h"
 #include "hostlib/data/database/schema.h"
-#include "hostlib/data/database/set_positions.h"
 #include "hostlib/data/database/set_rows.h"
 #include "hostlib/data/database/sqlite_connection.h"
 #include "hostlib/files/files.h"
@@ -26,6 +25,42 @@ namespace hostlib::data {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
+
+namespace {
+
+// Positions for the sets a save adds. From format 2 they only tell the rows
+// apart: each new set takes the next above the greatest, or, where the
+// greatest leaves no room (a file made elsewhere), the next below the least.
+class NewPositions {
+ public:
+  NewPositions(const SqliteConnection& db, std::size_t most) {
+    Statement bounds(db, "SELECT min(position), max(position) FROM sets", "not saved");
+    bounds.Step();
+    if (bounds.IsNull(0)) return;
+    const auto room = static_cast<std::int64_t>(most);
+    const std::int64_t least = bounds.Int(0);
+    const std::int64_t greatest = bounds.Int(1);
+    if (greatest < std::numeric_limits<std::int64_t>::max() - room) {
+      next_ = greatest + 1;
+    } else if (least > std::numeric_limits<std::int64_t>::min() + room) {
+      next_ = least - 1;
+      step_ = -1;
+    } else {
+      throw DatasetError(db.File() + ": not saved: no room for the sets' positions");
+    }
+  }
+  std::int64_t Next() {
+    const std::int64_t position = next_;
+    next_ += step_;
+    return position;
+  }
+
+ private:
+  std::int64_t next_ = 0;
+  std::int64_t step_ = 1;
+};
+
+}  // namespace
 
 SqliteStore::SqliteStore(fs::path path, files::Env& env)
     : path_(std::move(path)), env_(env), busyTimeout_(std::chrono::seconds(10)) {}
@@ -55,22 +90,28 @@ SqliteConnection& SqliteStore::Open() {
               "cannot be read");
   Statement application(*db, "PRAGMA application_id", "cannot be read");
   application.Step();
-  Statement version(*db, "PRAGMA user_version", "cannot be read");
-  version.Step();
   if (application.Int(0) != kApplicationId) {
     throw DatasetError(file + ": an SQLite database, but not a dataset database");
   }
-  if (version.Int(0) > kFormatVersion) {
-    throw DatasetError(file + ": a dataset database of format " + std::to_string(version.Int(0)) +
-                       ", newer than this program reads (" + std::to_string(kFormatVersion) + ")");
-  }
-  if (version.Int(0) != kFormatVersion) {
-    throw DatasetError(file + ": not a valid dataset database: unknown format " +
-                       std::to_string(version.Int(0)));
-  }
-  CheckSchema(*db);
+  CheckSchema(*db, FormatOf(*db));
   db_ = std::move(db);
   return *db_;
+}
+
+// The file's format, one this program reads.
+int SqliteStore::FormatOf(const SqliteConnection& db) {
+  Statement version(db, "PRAGMA user_version", "cannot be read");
+  version.Step();
+  const std::int64_t format = version.Int(0);
+  if (format > kFormatVersion) {
+    throw DatasetError(db.File() + ": a dataset database of format " + std::to_string(format) +
+                       ", newer than this program reads (" + std::to_string(kFormatVersion) + ")");
+  }
+  if (format < kOldestFormatVersion) {
+    throw DatasetError(db.File() + ": not a valid dataset database: unknown format " +
+                       std::to_string(format));
+  }
+  return static_cast<int>(format);
 }
 
 Dataset SqliteStore::Load() {
@@ -89,7 +130,9 @@ Dataset SqliteStore::Load() {
 // Inside a transaction: the sets, and the dictionary as a source that reads
 // a variable when it is asked for.
 Dataset SqliteStore::ReadDataset(SqliteConnection& db) {
-  StoredSets stored = ReadStoredSets(db_);
+  // Another program may have saved the file in a later format since.
+  format_ = FormatOf(db);
+  StoredSets stored = ReadStoredSets(db_, format_ >= 2);
   ReadRevision(db);
   Dataset dataset(std::make_shared<const DatabaseDictionary>(db_), stored.sets);
   stored_ = std::move(stored);
@@ -107,7 +150,8 @@ Dataset SqliteStore::ReadWholeDataset(SqliteConnection& db, std::vector<FieldRec
     }
   }
   records = ReadFieldRecords(db);
-  StoredSets stored = ReadWholeStoredSets(db);
+  format_ = FormatOf(db);
+  StoredSets stored = ReadWholeStoredSets(db, format_ >= 2);
   ReadRevision(db);
   Dataset dataset(VariablesOf(records), *stored.sets);
   stored_ = std::move(stored);
@@ -240,42 +284,25 @@ void SqliteStore::WriteSets(SqliteConnection& db, const SharedSetList& list) {
   for (std::size_t i = 0; i < stored_.sets->size(); ++i) {
     if (!used[i]) remove.BindInt(1, stored_.ids[i]).Run();
   }
-  std::vector<std::optional<std::int64_t>> storedPositions(sets.size());
-  for (std::size_t i = 0; i < sets.size(); ++i) {
-    if (kept[i]) storedPositions[i] = stored_.positions[*kept[i]];
+  if (format_ < kFormatVersion) {
+    // The first save of a format 1 file lists its sets from now on.
+    db.Execute(kSetOrderSchema, doing);
+    db.Execute("PRAGMA user_version = " + std::to_string(kFormatVersion), doing);
   }
-  std::vector<std::int64_t> oldPositions;  // increasing, as read or last placed
-  oldPositions.reserve(stored_.positions.size());
-  for (std::size_t j = 0; j < stored_.positions.size(); ++j) {
-    if (used[j]) oldPositions.push_back(stored_.positions[j]);
-  }
-  const SetPlacement placement = PlaceSets(storedPositions, std::move(oldPositions));
-  std::vector<std::pair<std::int64_t, std::int64_t>> moves;  // id, new position
-  for (std::size_t i = 0; i < sets.size(); ++i) {
-    if (kept[i] && *storedPositions[i] != placement.positions[i]) {
-      moves.emplace_back(stored_.ids[*kept[i]], placement.positions[i]);
-    }
-  }
-  std::optional<std::int64_t> awayBelow;
-  if (!placement.clearOfOldPositions) {
-    // Below every position held: a file made elsewhere may hold negative ones.
-    const auto lowest = std::min_element(stored_.positions.begin(), stored_.positions.end());
-    awayBelow = lowest == stored_.positions.end() ? 0 : std::min<std::int64_t>(*lowest, 0);
-  }
-  MoveSets(db, moves, awayBelow);
   SetWriter writer(db);
+  NewPositions positions(db, sets.size());
   StoredSets written;
   written.sets = list;
-  written.positions = placement.positions;
   written.source = stored_.source;
   written.ids.reserve(sets.size());
   written.sourceIndexes.reserve(sets.size());
   for (std::size_t i = 0; i < sets.size(); ++i) {
     written.ids.push_back(kept[i] ? stored_.ids[*kept[i]]
-                                  : writer.Insert(sets[i], placement.positions[i]));
+                                  : writer.Insert(sets[i], positions.Next()));
     written.sourceIndexes.push_back(kept[i] ? stored_.sourceIndexes[*kept[i]]
                                             : StoredSets::kNotRead);
   }
+  if (format_ < kFormatVersion || written.ids != stored_.ids) WriteSetOrder(db, written.ids);
   // The revision only tells one state from the next: at its greatest it
   // wraps to 0, and stays an integer.
   db.Execute(
@@ -284,58 +311,6 @@ void SqliteStore::WriteSets(SqliteConnection& db, const SharedSetList& list) {
       doing);
   pending_ = std::move(written);
   pendingRevision_ = revision_ == std::numeric_limits<std::int64_t>::max() ? 0 : revision_ + 1;
-}
-
-// Gives sets new positions; by way of positions below `awayBelow`, when
-// given, since a new position may be another's old one: no two rows share
-// one on the way. Many at once (a list sorted by name) go through a
-// temporary table, in a statement or two rather than one or two per set.
-// The statements look up each moving row by its id: a join of the two
-// tables would read every set's row.
-void SqliteStore::MoveSets(SqliteConnection& db,
-                           const std::vector<std::pair<std::int64_t, std::int64_t>>& moves,
-                           std::optional<std::int64_t> awayBelow) {
-  const std::string doing = "not saved";
-  // A position of its own below the others for each moving set: the lowest
-  // position, less the number of sets, fits in 64 bits.
-  const auto away = [&](std::size_t k) { return *awayBelow - 1 - static_cast<std::int64_t>(k); };
-  if (awayBelow && *awayBelow < std::numeric_limits<std::int64_t>::min() +
-                                    static_cast<std::int64_t>(moves.size()) + 1) {
-    throw DatasetError(db.File() + ": not saved: no room below the sets' positions");
-  }
-  constexpr std::size_t kFewMoves = 32;
-  if (moves.size() <= kFewMoves) {
-    Statement move(db, "UPDATE sets SET position = ? WHERE id = ?", doing);
-    if (awayBelow) {
-      for (std::size_t k = 0; k < moves.size(); ++k) {
-        move.BindInt(1, away(k)).BindInt(2, moves[k].first).Run();
-      }
-    }
-    for (const auto& [id, position] : moves) move.BindInt(1, position).BindInt(2, id).Run();
-    return;
-  }
-  db.Execute(
-      "CREATE TEMP TABLE IF NOT EXISTS set_moves (id INTEGER PRIMARY KEY, position INTEGER, "
-      "away INTEGER); DELETE FROM temp.set_moves",
-      doing);
-  {
-    Statement add(db, "INSERT INTO temp.set_moves (id, position, away) VALUES (?, ?, ?)", doing);
-    for (std::size_t k = 0; k < moves.size(); ++k) {
-      add.BindInt(1, moves[k].first).BindInt(2, moves[k].second);
-      add.BindInt(3, awayBelow ? away(k) : 0).Run();
-    }
-  }
-  if (awayBelow) {
-    db.Execute(
-        "UPDATE sets SET position = (SELECT m.away FROM temp.set_moves AS m WHERE m.id = sets.id) "
-        "WHERE id IN (SELECT id FROM temp.set_moves)",
-        doing);
-  }
-  db.Execute(
-      "UPDATE sets SET position = (SELECT m.position FROM temp.set_moves AS m WHERE m.id = "
-      "sets.id) WHERE id IN (SELECT id FROM temp.set_moves); "
-      "DELETE FROM temp.set_moves",
-      doing);
 }
 
 void SqliteStore::EndCommand() {
@@ -350,6 +325,7 @@ void SqliteStore::EndCommand() {
   if (pending_) {
     stored_ = std::move(*pending_);
     revision_ = pendingRevision_;
+    format_ = kFormatVersion;
     loaded_ = true;
   }
   DropPending();
@@ -424,15 +400,17 @@ void SqliteStore::Create(const DatasetContents& contents) {
                doing);
     db.Execute("BEGIN", doing);
     db.Execute(kSchema, doing);
+    db.Execute(kSetOrderSchema, doing);
     Statement meta(db, "INSERT INTO dataset (id, revision, layout) VALUES (1, 0, ?)", doing);
     meta.BindOptional(1, layout).Run();
     InsertFieldRecords(db, records);
     SetWriter writer(db);
-    std::int64_t position = kPositionSpacing;  // room before the first
+    std::vector<std::int64_t> ids;
+    std::int64_t position = 0;
     for (const VariableSet& set : dataset.MultipleResponseSets()) {
-      writer.Insert(set, position);
-      position += kPositionSpacing;
+      ids.push_back(writer.Insert(set, position++));
     }
+    WriteSetOrder(db, ids);
     db.Execute("COMMIT", doing);
   };
   try {

@@ -50,15 +50,13 @@ class SqliteStore final : public DatasetStore {
 
  private:
   SqliteConnection& Open();
+  static int FormatOf(const SqliteConnection& db);
   Dataset ReadDataset(SqliteConnection& db);
   Dataset ReadWholeDataset(SqliteConnection& db, std::vector<FieldRecord>& records);
   void ReadRevision(SqliteConnection& db);
   std::vector<std::optional<std::size_t>> MatchStoredSets(
       const std::vector<VariableSet>& sets) const;
   void WriteSets(SqliteConnection& db, const SharedSetList& list);
-  static void MoveSets(SqliteConnection& db,
-                       const std::vector<std::pair<std::int64_t, std::int64_t>>& moves,
-                       std::optional<std::int64_t> awayBelow);
   void DropPending() noexcept;
 
   std::filesystem::path path_;
@@ -69,6 +67,7 @@ class SqliteStore final : public DatasetStore {
   bool loaded_ = false;
   bool inCommand_ = false;
   std::int64_t revision_ = -1;  // of what was last read or written
+  int format_ = 0;              // of what was last read or written
 
   StoredSets stored_;
   // What a command's Save wrote, kept once the command commits.

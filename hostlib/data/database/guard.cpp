@@ -25,15 +25,19 @@ std::set<SchemaRow> SchemaOf(const SqliteConnection& db) {
   return rows;
 }
 
-// The schema as the format makes it, read back from a database in memory.
-const std::set<SchemaRow>& FormatSchema() {
-  static const std::set<SchemaRow> rows = [] {
-    files::Env& env = files::DefaultEnv();
-    const SqliteConnection db(":memory:", true, "the format's schema", env);
-    db.Execute(kSchema, "cannot be made");
-    return SchemaOf(db);
-  }();
-  return rows;
+// The schema as a format makes it, read back from a database in memory.
+std::set<SchemaRow> MadeSchema(bool withSetOrder) {
+  files::Env& env = files::DefaultEnv();
+  const SqliteConnection db(":memory:", true, "the format's schema", env);
+  db.Execute(kSchema, "cannot be made");
+  if (withSetOrder) db.Execute(kSetOrderSchema, "cannot be made");
+  return SchemaOf(db);
+}
+
+const std::set<SchemaRow>& FormatSchema(int version) {
+  static const std::set<SchemaRow> first = MadeSchema(false);
+  static const std::set<SchemaRow> current = MadeSchema(true);
+  return version == kOldestFormatVersion ? first : current;
 }
 
 }  // namespace
@@ -53,9 +57,9 @@ void GuardConnection(const SqliteConnection& db) {
   db.Execute("PRAGMA trusted_schema = OFF", "cannot be read");
 }
 
-void CheckSchema(const SqliteConnection& db) {
+void CheckSchema(const SqliteConnection& db, int version) {
   const std::set<SchemaRow> found = SchemaOf(db);
-  const std::set<SchemaRow>& expected = FormatSchema();
+  const std::set<SchemaRow>& expected = FormatSchema(version);
   const auto fail = [&db](const SchemaRow& row, const char* fault) {
     throw DatasetError(db.File() + ": not a valid dataset database: " + std::get<0>(row) + " \"" +
                        std::get<1>(row) + "\" " + fault);

@@ -13,8 +13,9 @@ namespace hostlib::data {
 void GuardConnection(const SqliteConnection& db);
 
 // Refuses a database whose tables, indexes, views or triggers are not
-// exactly the format's, naming the first object that differs.
-void CheckSchema(const SqliteConnection& db);
+// exactly those of its format (`version`), naming the first object that
+// differs.
+void CheckSchema(const SqliteConnection& db, int version);
 
 // Whether the file's header says write-ahead logging, which this program
 // does not use (another program may have switched it).

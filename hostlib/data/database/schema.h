@@ -7,14 +7,19 @@
 namespace hostlib::data {
 
 inline constexpr int kApplicationId = 0x4D525344;  // "MRSD"
-inline constexpr int kFormatVersion = 1;
+// Format 1 ordered the sets by their rows' `position`; format 2 lists them
+// in `set_order`, so that a save that reorders thousands of sets writes one
+// value rather than thousands of rows. Format 1 is read, and becomes format
+// 2 at its first save.
+inline constexpr int kFormatVersion = 2;
+inline constexpr int kOldestFormatVersion = 1;
 inline constexpr std::string_view kSqliteHeader("SQLite format 3\0", 16);
 // The page size of a database made here (any other is read as well): a
 // command reads every set row, and a 16 KB page holds four times as many
 // as SQLite's default, in a quarter of the reads.
 inline constexpr int kPageSize = 16384;
 
-// The format's tables; the README describes them.
+// The tables of format 1; the README describes them.
 inline constexpr const char* kSchema = R"sql(
 CREATE TABLE dataset (
   id INTEGER PRIMARY KEY CHECK (id = 1),
@@ -61,6 +66,16 @@ CREATE TABLE set_variables (
   name TEXT NOT NULL,
   PRIMARY KEY (set_id, position)
 ) WITHOUT ROWID;
+)sql";
+
+// Added by format 2: the sets' ids in order, eight bytes each, least
+// significant first. In format 2 a set's `position` only tells the rows
+// apart.
+inline constexpr const char* kSetOrderSchema = R"sql(
+CREATE TABLE set_order (
+  id INTEGER PRIMARY KEY CHECK (id = 1),
+  ids BLOB NOT NULL CHECK (typeof(ids) = 'blob' AND length(ids) % 8 = 0)
+);
 )sql";
 
 }  // namespace hostlib::data

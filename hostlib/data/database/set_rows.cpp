@@ -159,16 +159,72 @@ RowKeys ReadRowKeys(const SqliteConnection& db, const std::string& extra, Take t
   return keys;
 }
 
-// The rows' keys in order of position, and the order itself.
-SetRows OrderRows(RowKeys keys) {
-  SetRows read;
-  read.rows = PositionOrder(keys.positions);
-  read.stored.ids.reserve(read.rows.size());
-  read.stored.positions.reserve(read.rows.size());
-  for (const std::size_t i : read.rows) {
-    read.stored.ids.push_back(keys.ids[i]);
-    read.stored.positions.push_back(keys.positions[i]);
+// The ids a `set_order` row lists, in its order: none when there is no row.
+std::vector<std::int64_t> ListedIds(const SqliteConnection& db) {
+  Statement order(db, "SELECT ids FROM set_order WHERE id = 1", kReading);
+  std::vector<std::int64_t> ids;
+  if (!order.Step()) return ids;
+  const std::string_view bytes = order.BlobView(0);
+  if (bytes.size() % 8 != 0) Corrupt(db, "the sets' order is not a list of ids");
+  ids.reserve(bytes.size() / 8);
+  for (std::size_t at = 0; at < bytes.size(); at += 8) {
+    std::uint64_t id = 0;
+    for (std::size_t k = 0; k < 8; ++k) {
+      id |= std::uint64_t{static_cast<unsigned char>(bytes[at + k])} << (8 * k);
+    }
+    ids.push_back(static_cast<std::int64_t>(id));
   }
+  return ids;
+}
+
+// The rows in the order `set_order` lists their ids; rows it does not list
+// (another program's) follow in order of position, and ids of no row are
+// passed over, so that no set is lost.
+std::vector<std::size_t> ListedOrder(const SqliteConnection& db, const RowKeys& keys) {
+  const std::vector<std::int64_t> listed = ListedIds(db);
+  // A table read in its own order yields its ids in increasing order.
+  std::vector<std::size_t> byId;
+  const bool increasing = std::is_sorted(keys.ids.begin(), keys.ids.end());
+  if (!increasing) {
+    for (std::size_t i = 0; i < keys.ids.size(); ++i) byId.push_back(i);
+    std::sort(byId.begin(), byId.end(),
+              [&](std::size_t a, std::size_t b) { return keys.ids[a] < keys.ids[b]; });
+  }
+  const auto rowOf = [&](std::int64_t id) -> std::optional<std::size_t> {
+    if (increasing) {
+      const auto found = std::lower_bound(keys.ids.begin(), keys.ids.end(), id);
+      if (found == keys.ids.end() || *found != id) return std::nullopt;
+      return static_cast<std::size_t>(found - keys.ids.begin());
+    }
+    const auto found = std::lower_bound(
+        byId.begin(), byId.end(), id,
+        [&](std::size_t row, std::int64_t wanted) { return keys.ids[row] < wanted; });
+    if (found == byId.end() || keys.ids[*found] != id) return std::nullopt;
+    return *found;
+  };
+  std::vector<std::size_t> order;
+  order.reserve(keys.ids.size());
+  std::vector<bool> placed(keys.ids.size(), false);
+  for (const std::int64_t id : listed) {
+    const std::optional<std::size_t> row = rowOf(id);
+    if (!row || placed[*row]) continue;
+    placed[*row] = true;
+    order.push_back(*row);
+  }
+  if (order.size() == keys.ids.size()) return order;
+  for (const std::size_t row : PositionOrder(keys.positions)) {
+    if (!placed[row]) order.push_back(row);
+  }
+  return order;
+}
+
+// The rows' keys in order (`listed`: that of `set_order`, else of
+// position), and the order itself.
+SetRows OrderRows(const SqliteConnection& db, RowKeys keys, bool listed) {
+  SetRows read;
+  read.rows = listed ? ListedOrder(db, keys) : PositionOrder(keys.positions);
+  read.stored.ids.reserve(read.rows.size());
+  for (const std::size_t i : read.rows) read.stored.ids.push_back(keys.ids[i]);
   read.tableIds = std::move(keys.ids);
   return read;
 }
@@ -225,16 +281,19 @@ class StoredSetSource final : public VariableSetSource {
 
 }  // namespace
 
-StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db) {
+StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db, bool listed) {
   const auto source = std::make_shared<StoredSetSource>(db);
   // The names first, end to end: the sets are then made in order of
   // position, rather than made in the table's order and moved.
   std::string names;
   std::vector<std::size_t> nameEnds;
-  SetRows read = OrderRows(ReadRowKeys(*db, "", [&](std::string_view name, const Statement&) {
-    names += name;
-    nameEnds.push_back(names.size());
-  }));
+  SetRows read = OrderRows(*db,
+                           ReadRowKeys(*db, "",
+                                       [&](std::string_view name, const Statement&) {
+                                         names += name;
+                                         nameEnds.push_back(names.size());
+                                       }),
+                           listed);
   std::vector<VariableSet> sets;
   sets.reserve(read.rows.size());
   // A set is its row's place in the table's order: the source keeps the ids
@@ -250,11 +309,14 @@ StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db) {
   return std::move(read.stored);
 }
 
-StoredSets ReadWholeStoredSets(const SqliteConnection& db) {
+StoredSets ReadWholeStoredSets(const SqliteConnection& db, bool listed) {
   std::vector<VariableSet> sets;
-  SetRows read = OrderRows(ReadRowKeys(
-      db, std::string(", ") + kSetColumns,
-      [&](std::string_view, const Statement& at) { sets.push_back(SetOfRow(db, at, 4)); }));
+  SetRows read = OrderRows(db,
+                           ReadRowKeys(db, std::string(", ") + kSetColumns,
+                                       [&](std::string_view, const Statement& at) {
+                                         sets.push_back(SetOfRow(db, at, 4));
+                                       }),
+                           listed);
   Permute(sets, read.rows);
   std::unordered_map<std::int64_t, std::size_t> indexById;
   for (std::size_t i = 0; i < read.stored.ids.size(); ++i) indexById.emplace(read.stored.ids[i], i);
@@ -315,6 +377,18 @@ std::int64_t SetWriter::Insert(const VariableSet& set, std::int64_t position) {
             "the file is damaged or truncated: set " + name + " does not read back as written");
   }
   return id;
+}
+
+void WriteSetOrder(const SqliteConnection& db, const std::vector<std::int64_t>& ids) {
+  std::vector<unsigned char> bytes;
+  bytes.reserve(ids.size() * 8);
+  for (const std::int64_t id : ids) {
+    const auto value = static_cast<std::uint64_t>(id);
+    for (std::size_t k = 0; k < 8; ++k)
+      bytes.push_back(static_cast<unsigned char>(value >> (8 * k)));
+  }
+  Statement write(db, "INSERT OR REPLACE INTO set_order (id, ids) VALUES (1, ?)", "not saved");
+  write.BindBlob(1, bytes).Run();
 }
 
 }  // namespace hostlib::data

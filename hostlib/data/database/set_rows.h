@@ -13,12 +13,17 @@ namespace hostlib::data {
 
 // The sets in order, by their names only: the rest of a set is read from
 // `db` when it is first asked for, so a command that shows or changes a few
-// of thousands of sets reads a few. Throws DatasetError for rows that break
-// the format's rules (a set's other rows: when they are read).
-StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db);
+// of thousands of sets reads a few. The order is that of `set_order` when
+// `listed` (format 2), else of the rows' positions. Throws DatasetError for
+// rows that break the format's rules (a set's other rows: when they are
+// read).
+StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db, bool listed);
 
 // The sets in order, each read whole now (for a whole-file export).
-StoredSets ReadWholeStoredSets(const SqliteConnection& db);
+StoredSets ReadWholeStoredSets(const SqliteConnection& db, bool listed);
+
+// Lists the sets' ids, in order, in `set_order`.
+void WriteSetOrder(const SqliteConnection& db, const std::vector<std::int64_t>& ids);
 
 // Reads one set's rows: nothing when the row is gone or holds another name.
 class SetRowReader {

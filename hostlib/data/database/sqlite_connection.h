@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -72,6 +73,12 @@ class Statement {
     return Check(sqlite3_bind_text(statement_, index, value.data(), static_cast<int>(value.size()),
                                    SQLITE_TRANSIENT));
   }
+  Statement& BindBlob(int index, const std::vector<unsigned char>& bytes) {
+    // An empty vector's data may be null, which would bind NULL.
+    if (bytes.empty()) return Check(sqlite3_bind_zeroblob64(statement_, index, 0));
+    return Check(
+        sqlite3_bind_blob64(statement_, index, bytes.data(), bytes.size(), SQLITE_TRANSIENT));
+  }
   Statement& BindOptional(int index, const std::optional<std::string>& value) {
     return value ? BindText(index, *value) : Check(sqlite3_bind_null(statement_, index));
   }
@@ -115,6 +122,15 @@ class Statement {
                ? std::string_view()
                : std::string_view(
                      text, static_cast<std::size_t>(sqlite3_column_bytes(statement_, column)));
+  }
+  // The bytes of a blob column, valid until the next step.
+  std::string_view BlobView(int column) const {
+    const void* bytes = sqlite3_column_blob(statement_, column);
+    return bytes == nullptr
+               ? std::string_view()
+               : std::string_view(
+                     static_cast<const char*>(bytes),
+                     static_cast<std::size_t>(sqlite3_column_bytes(statement_, column)));
   }
   std::optional<std::string> OptionalText(int column) const {
     if (IsNull(column)) return std::nullopt;

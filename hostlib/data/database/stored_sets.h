@@ -15,7 +15,6 @@ namespace hostlib::data {
 struct StoredSets {
   SharedSetList sets = std::make_shared<const std::vector<VariableSet>>();
   std::vector<std::int64_t> ids;
-  std::vector<std::int64_t> positions;
   // Where the sets were read from, and per set its index there
   // (kNotRead for a set this program wrote since).
   static constexpr std::size_t kNotRead = std::numeric_limits<std::size_t>::max();

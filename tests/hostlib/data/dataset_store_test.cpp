@@ -292,11 +292,13 @@ TEST_F(StoreTest, DatabaseReadsASetWhenItIsAskedFor) {
   }
 }
 
-// A database whose sets are $s0, $s1, ... in table order, at `positions`.
-fs::path DatabaseWithSetsAt(const fs::path& path, const std::vector<long long>& positions) {
+// A database of format 1 whose sets are $s0, $s1, ... in table order, at
+// `positions`, which order them.
+fs::path FormatOneDatabaseWithSetsAt(const fs::path& path,
+                                     const std::vector<long long>& positions) {
   sqlite3* db = nullptr;
   EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-  std::string sql = "DELETE FROM sets;";
+  std::string sql = "DROP TABLE set_order; PRAGMA user_version = 1; DELETE FROM sets;";
   for (std::size_t i = 0; i < positions.size(); ++i) {
     sql += "INSERT INTO sets (position, name, folded_name, type) VALUES (" +
            std::to_string(positions[i]) + ", '$s" + std::to_string(i) + "', '$s" +
@@ -313,9 +315,9 @@ std::vector<std::string> NamesOf(const std::vector<VariableSet>& sets) {
   return names;
 }
 
-// Rows are listed by position whatever their order in the table, their
-// spacing or their sign.
-TEST_F(StoreTest, DatabaseListsSetsInOrderOfPosition) {
+// In format 1 rows are listed by position whatever their order in the
+// table, their spacing or their sign.
+TEST_F(StoreTest, FormatOneDatabaseListsSetsInOrderOfPosition) {
   const std::vector<std::vector<long long>> cases = {
       {1, 2, 3, 4},                             // in table order
       {4, 3, 2, 1},                             // reversed
@@ -326,7 +328,7 @@ TEST_F(StoreTest, DatabaseListsSetsInOrderOfPosition) {
       {1LL << 40, -(1LL << 40), 5, 1LL << 62},  // beyond 32 bits apart
   };
   for (const std::vector<long long>& positions : cases) {
-    const fs::path path = DatabaseWithSetsAt(MakeDataset("order.db"), positions);
+    const fs::path path = FormatOneDatabaseWithSetsAt(MakeDataset("order.db"), positions);
     std::vector<std::size_t> expected(positions.size());
     for (std::size_t i = 0; i < expected.size(); ++i) expected[i] = i;
     std::sort(expected.begin(), expected.end(),
@@ -345,46 +347,41 @@ TEST_F(StoreTest, DatabaseListsSetsInOrderOfPosition) {
   }
 }
 
+// The ids of the sets' rows, in the table's order.
+std::vector<long long> SetIds(const fs::path& path) {
+  sqlite3* db = nullptr;
+  EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  std::vector<long long> ids;
+  sqlite3_stmt* rows = nullptr;
+  sqlite3_prepare_v2(db, "SELECT id FROM sets", -1, &rows, nullptr);
+  while (sqlite3_step(rows) == SQLITE_ROW) ids.push_back(sqlite3_column_int64(rows, 0));
+  sqlite3_finalize(rows);
+  sqlite3_close(db);
+  return ids;
+}
+
 // A list put in another order keeps its sets' rows and reads back in its
-// order: with room between the positions, and with the room between two
-// kept sets all held by others' old positions (the rows then move twice,
-// by way of positions below all others).
+// order; a file of format 1 is then of format 2.
 TEST_F(StoreTest, DatabaseSavesAListPutInAnotherOrder) {
-  struct Case {
-    std::vector<long long> positions;
-    std::vector<std::size_t> order;  // of the list read, by position
-  };
-  Case spaced;
-  for (std::size_t i = 0; i < 100; ++i) {
-    spaced.positions.push_back(1024 * static_cast<long long>(i + 1));
-    spaced.order.push_back(99 - i);
-  }
-  // 100 and 140 stay; 101 to 139 move below 100, and 141 to 179 into the
-  // room they leave; with a set at -1 that moves last, or without.
-  const auto crowded = [](bool withNegative) {
-    Case c;
-    const std::size_t first = withNegative ? 1 : 0;
-    for (long long p = 100; p < 180; ++p) c.positions.push_back(p);
-    if (withNegative) c.positions.push_back(-1);  // last in the table, first by position
-    for (std::size_t i = first + 39; i >= first + 1; --i) c.order.push_back(i);
-    c.order.push_back(first);
-    for (std::size_t i = first + 79; i >= first + 41; --i) c.order.push_back(i);
-    c.order.push_back(first + 40);
-    if (withNegative) c.order.push_back(0);
-    return c;
-  };
-  for (const Case& c : {spaced, crowded(false), crowded(true)}) {
-    const fs::path path = DatabaseWithSetsAt(MakeDataset("reorder.db"), c.positions);
+  std::vector<long long> spaced;
+  for (long long i = 0; i < 100; ++i) spaced.push_back(1024 * (i + 1));
+  for (const std::vector<long long>& positions : {spaced, std::vector<long long>{5, -1, 3, 9}}) {
+    const fs::path path = FormatOneDatabaseWithSetsAt(MakeDataset("reorder.db"), positions);
+    const std::vector<long long> ids = SetIds(path);
     std::vector<VariableSet> sets;
     {
       SqliteStore store(path);
       Dataset dataset = store.Load();
-      for (const std::size_t i : c.order) sets.push_back(dataset.MultipleResponseSets().at(i));
+      sets = dataset.MultipleResponseSets();
+      std::reverse(sets.begin(), sets.end());
+      std::swap(sets.front(), sets.back());
       dataset.ReplaceMultipleResponseSets(sets);
       store.Save(dataset);
     }
+    EXPECT_EQ(SetIds(path), ids);
     SqliteStore reread(path);
-    EXPECT_EQ(NamesOf(reread.Load().MultipleResponseSets()), NamesOf(sets)) << c.order.size();
+    EXPECT_EQ(NamesOf(reread.Load().MultipleResponseSets()), NamesOf(sets)) << positions.size();
+    EXPECT_EQ(Read(path).substr(60, 4), std::string("\0\0\0\2", 4));
     fs::remove(path);
   }
 }
@@ -403,8 +400,10 @@ TEST_F(StoreTest, RefusesFilesThatAreNoDatasetAndLeavesThemAlone) {
        "neither a codebook file (JSON) nor a dataset database (SQLite)"},
       {database.substr(0, 5000), "not a valid dataset database: the file is damaged or truncated"},
       {database.substr(0, 100), "not a valid dataset database: the file is damaged or truncated"},
-      {withHeaderWord(60, 2), "a dataset database of format 2, newer than this program reads (1)"},
+      {withHeaderWord(60, 3), "a dataset database of format 3, newer than this program reads (2)"},
       {withHeaderWord(60, 0), "not a valid dataset database: unknown format 0"},
+      {withHeaderWord(60, 1),
+       R"(not a valid dataset database: table "set_order" is not the format's)"},
       {withHeaderWord(68, 0), "an SQLite database, but not a dataset database"},
       {std::string(R"({"fields": [)"), "line 1, column 13: not valid JSON"},
   };
@@ -464,6 +463,43 @@ TEST_F(StoreTest, RefusesDatabasesWhoseSchemaIsNotTheFormats) {
     }
     EXPECT_EQ(Read(path), bytes) << sql;
     fs::remove(path);
+  }
+}
+
+// In format 2 `set_order` lists the sets by their ids. Sets it does not
+// list (rows another program added) follow by position; ids of no set and
+// ids listed again are passed over: no set is lost.
+TEST_F(StoreTest, DatabaseListsSetsAsItsOrderSays) {
+  // The rows of $likes and $first have the ids 1 and 2.
+  const std::string one = "0100000000000000";
+  const std::string two = "0200000000000000";
+  const std::string nine = "0900000000000000";
+  const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
+      {"", {"$likes", "$first"}},
+      {"UPDATE set_order SET ids = x'" + two + one + "'", {"$first", "$likes"}},
+      {"UPDATE set_order SET ids = x'" + nine + two + two + one + "'", {"$first", "$likes"}},
+      {"UPDATE set_order SET ids = x'" + two + "'", {"$first", "$likes"}},
+      {"DELETE FROM set_order", {"$likes", "$first"}},
+      {"INSERT INTO sets (position, name, folded_name, type) "
+       "VALUES (-7, '$new', '$new', 'categories')",
+       {"$likes", "$first", "$new"}},
+  };
+  for (const auto& [sql, names] : cases) {
+    const fs::path path = MakeDataset("listed.db");
+    if (!sql.empty()) Tamper(path, sql);
+    EXPECT_EQ(NamesOf(OpenDatasetStore(path)->Load().MultipleResponseSets()), names) << sql;
+    fs::remove(path);
+  }
+
+  const fs::path path = MakeDataset("odd.db");
+  Tamper(path, "PRAGMA ignore_check_constraints = ON; UPDATE set_order SET ids = x'01'");
+  try {
+    OpenDatasetStore(path)->Load();
+    ADD_FAILURE() << "accepted an order of one byte";
+  } catch (const DatasetError& error) {
+    EXPECT_EQ(error.what(), path.string() +
+                                ": not a valid dataset database: the sets' order is not a list "
+                                "of ids");
   }
 }
 
