@@ -8,6 +8,7 @@
 #include <array>
 #include <bit>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -182,34 +183,47 @@ std::vector<std::int64_t> ListedIds(const SqliteConnection& db) {
 // passed over, so that no set is lost.
 std::vector<std::size_t> ListedOrder(const SqliteConnection& db, const RowKeys& keys) {
   const std::vector<std::int64_t> listed = ListedIds(db);
-  // A table read in its own order yields its ids in increasing order.
+  constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
+  std::vector<std::size_t> order;
+  order.reserve(keys.ids.size());
+  // The rows by id: ids made here are dense (at most a few per row), and an
+  // array holds them; others, sparse, are looked up among the ids sorted.
+  std::vector<std::size_t> rowById;
   std::vector<std::size_t> byId;
-  const bool increasing = std::is_sorted(keys.ids.begin(), keys.ids.end());
-  if (!increasing) {
-    for (std::size_t i = 0; i < keys.ids.size(); ++i) byId.push_back(i);
-    std::sort(byId.begin(), byId.end(),
-              [&](std::size_t a, std::size_t b) { return keys.ids[a] < keys.ids[b]; });
+  std::int64_t least = 0;
+  if (!keys.ids.empty()) {
+    const auto [low, high] = std::minmax_element(keys.ids.begin(), keys.ids.end());
+    least = *low;
+    const auto span = static_cast<std::uint64_t>(*high) - static_cast<std::uint64_t>(*low);
+    if (span < 4 * static_cast<std::uint64_t>(keys.ids.size())) {
+      rowById.assign(static_cast<std::size_t>(span) + 1, kNone);
+      for (std::size_t i = 0; i < keys.ids.size(); ++i) {
+        rowById[static_cast<std::size_t>(static_cast<std::uint64_t>(keys.ids[i]) -
+                                         static_cast<std::uint64_t>(least))] = i;
+      }
+    } else {
+      for (std::size_t i = 0; i < keys.ids.size(); ++i) byId.push_back(i);
+      std::sort(byId.begin(), byId.end(),
+                [&](std::size_t a, std::size_t b) { return keys.ids[a] < keys.ids[b]; });
+    }
   }
-  const auto rowOf = [&](std::int64_t id) -> std::optional<std::size_t> {
-    if (increasing) {
-      const auto found = std::lower_bound(keys.ids.begin(), keys.ids.end(), id);
-      if (found == keys.ids.end() || *found != id) return std::nullopt;
-      return static_cast<std::size_t>(found - keys.ids.begin());
+  const auto rowOf = [&](std::int64_t id) -> std::size_t {
+    if (!rowById.empty()) {
+      const std::uint64_t offset =
+          static_cast<std::uint64_t>(id) - static_cast<std::uint64_t>(least);
+      return offset < rowById.size() ? rowById[static_cast<std::size_t>(offset)] : kNone;
     }
     const auto found = std::lower_bound(
         byId.begin(), byId.end(), id,
         [&](std::size_t row, std::int64_t wanted) { return keys.ids[row] < wanted; });
-    if (found == byId.end() || keys.ids[*found] != id) return std::nullopt;
-    return *found;
+    return found == byId.end() || keys.ids[*found] != id ? kNone : *found;
   };
-  std::vector<std::size_t> order;
-  order.reserve(keys.ids.size());
   std::vector<bool> placed(keys.ids.size(), false);
   for (const std::int64_t id : listed) {
-    const std::optional<std::size_t> row = rowOf(id);
-    if (!row || placed[*row]) continue;
-    placed[*row] = true;
-    order.push_back(*row);
+    const std::size_t row = rowOf(id);
+    if (row == kNone || placed[row]) continue;
+    placed[row] = true;
+    order.push_back(row);
   }
   if (order.size() == keys.ids.size()) return order;
   for (const std::size_t row : PositionOrder(keys.positions)) {
