@@ -123,6 +123,9 @@ std::vector<std::size_t> PositionOrder(const std::vector<std::int64_t>& position
   return order;
 }
 
+// Room reserved per set name read (longer names make the room grow).
+constexpr std::size_t kTypicalNameBytes = 16;
+
 // Room for the rows, guessed from the span of their ids (no count, which
 // reads the whole table once more) and bounded, since the file decides it.
 std::size_t ExpectedRows(const SqliteConnection& db) {
@@ -135,14 +138,18 @@ std::size_t ExpectedRows(const SqliteConnection& db) {
 
 // Reads the table in its own order, which is the file's (following the
 // index on position would seek for every row): `take(name, row)` gets each
-// row with its name checked; `extra` columns follow the name's.
+// row with its name checked; `extra` columns follow the name's. Positions
+// are read when they order the sets (format 1).
 template <typename Take>
-RowKeys ReadRowKeys(const SqliteConnection& db, const std::string& extra, Take take) {
-  const std::size_t expected = ExpectedRows(db);
+RowKeys ReadRowKeys(const SqliteConnection& db, std::size_t expected, bool withPositions,
+                    const std::string& extra, Take take) {
   RowKeys keys;
   keys.ids.reserve(expected);
-  keys.positions.reserve(expected);
-  Statement rows(db, "SELECT id, position, name, folded_name" + extra + " FROM sets", kReading);
+  if (withPositions) keys.positions.reserve(expected);
+  Statement rows(db,
+                 std::string("SELECT id, ") + (withPositions ? "position" : "NULL") +
+                     ", name, folded_name" + extra + " FROM sets",
+                 kReading);
   std::array<char, kShortName> buffer{};
   std::string other;
   while (rows.Step()) {
@@ -154,81 +161,93 @@ RowKeys ReadRowKeys(const SqliteConnection& db, const std::string& extra, Take t
       Corrupt(db, "set \"" + std::string(name) + "\": folded_name does not match the name");
     }
     keys.ids.push_back(rows.Int(0));
-    keys.positions.push_back(rows.Int(1));
+    if (withPositions) keys.positions.push_back(rows.Int(1));
     take(name, rows);
   }
   return keys;
 }
 
-// The ids a `set_order` row lists, in its order: none when there is no row.
-std::vector<std::int64_t> ListedIds(const SqliteConnection& db) {
-  Statement order(db, "SELECT ids FROM set_order WHERE id = 1", kReading);
-  std::vector<std::int64_t> ids;
-  if (!order.Step()) return ids;
-  const std::string_view bytes = order.BlobView(0);
-  if (bytes.size() % 8 != 0) Corrupt(db, "the sets' order is not a list of ids");
-  ids.reserve(bytes.size() / 8);
-  for (std::size_t at = 0; at < bytes.size(); at += 8) {
-    std::uint64_t id = 0;
-    for (std::size_t k = 0; k < 8; ++k) {
-      id |= std::uint64_t{static_cast<unsigned char>(bytes[at + k])} << (8 * k);
+// The rows of the table by id. Ids made here are dense (about one per row):
+// an array holds them; others, sparse, are looked up among the ids sorted.
+class RowsById {
+ public:
+  static constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
+
+  explicit RowsById(const std::vector<std::int64_t>& ids) : ids_(ids) {
+    if (ids.empty()) return;
+    const auto [low, high] = std::minmax_element(ids.begin(), ids.end());
+    least_ = *low;
+    const auto span = static_cast<std::uint64_t>(*high) - static_cast<std::uint64_t>(*low);
+    if (span < 4 * static_cast<std::uint64_t>(ids.size()) && ids.size() < kNoRow) {
+      rows_.assign(static_cast<std::size_t>(span) + 1, kNoRow);
+      for (std::size_t i = 0; i < ids.size(); ++i)
+        rows_[Offset(ids[i])] = static_cast<std::uint32_t>(i);
+      return;
     }
-    ids.push_back(static_cast<std::int64_t>(id));
+    for (std::size_t i = 0; i < ids.size(); ++i) sorted_.push_back(i);
+    std::sort(sorted_.begin(), sorted_.end(),
+              [&](std::size_t a, std::size_t b) { return ids[a] < ids[b]; });
   }
-  return ids;
-}
+
+  // The row of `id`, or kNone.
+  std::size_t Find(std::int64_t id) const {
+    if (!rows_.empty()) {
+      const std::size_t offset = Offset(id);
+      return offset < rows_.size() && rows_[offset] != kNoRow ? rows_[offset] : kNone;
+    }
+    const auto found =
+        std::lower_bound(sorted_.begin(), sorted_.end(), id,
+                         [&](std::size_t row, std::int64_t wanted) { return ids_[row] < wanted; });
+    return found == sorted_.end() || ids_[*found] != id ? kNone : *found;
+  }
+
+ private:
+  static constexpr std::uint32_t kNoRow = std::numeric_limits<std::uint32_t>::max();
+  std::size_t Offset(std::int64_t id) const {
+    return static_cast<std::size_t>(static_cast<std::uint64_t>(id) -
+                                    static_cast<std::uint64_t>(least_));
+  }
+
+  const std::vector<std::int64_t>& ids_;
+  std::int64_t least_ = 0;
+  std::vector<std::uint32_t> rows_;
+  std::vector<std::size_t> sorted_;
+};
 
 // The rows in the order `set_order` lists their ids; rows it does not list
 // (another program's) follow in order of position, and ids of no row are
 // passed over, so that no set is lost.
 std::vector<std::size_t> ListedOrder(const SqliteConnection& db, const RowKeys& keys) {
-  const std::vector<std::int64_t> listed = ListedIds(db);
-  constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
+  const RowsById rows(keys.ids);
   std::vector<std::size_t> order;
   order.reserve(keys.ids.size());
-  // The rows by id: ids made here are dense (at most a few per row), and an
-  // array holds them; others, sparse, are looked up among the ids sorted.
-  std::vector<std::size_t> rowById;
-  std::vector<std::size_t> byId;
-  std::int64_t least = 0;
-  if (!keys.ids.empty()) {
-    const auto [low, high] = std::minmax_element(keys.ids.begin(), keys.ids.end());
-    least = *low;
-    const auto span = static_cast<std::uint64_t>(*high) - static_cast<std::uint64_t>(*low);
-    if (span < 4 * static_cast<std::uint64_t>(keys.ids.size())) {
-      rowById.assign(static_cast<std::size_t>(span) + 1, kNone);
-      for (std::size_t i = 0; i < keys.ids.size(); ++i) {
-        rowById[static_cast<std::size_t>(static_cast<std::uint64_t>(keys.ids[i]) -
-                                         static_cast<std::uint64_t>(least))] = i;
-      }
-    } else {
-      for (std::size_t i = 0; i < keys.ids.size(); ++i) byId.push_back(i);
-      std::sort(byId.begin(), byId.end(),
-                [&](std::size_t a, std::size_t b) { return keys.ids[a] < keys.ids[b]; });
-    }
-  }
-  const auto rowOf = [&](std::int64_t id) -> std::size_t {
-    if (!rowById.empty()) {
-      const std::uint64_t offset =
-          static_cast<std::uint64_t>(id) - static_cast<std::uint64_t>(least);
-      return offset < rowById.size() ? rowById[static_cast<std::size_t>(offset)] : kNone;
-    }
-    const auto found = std::lower_bound(
-        byId.begin(), byId.end(), id,
-        [&](std::size_t row, std::int64_t wanted) { return keys.ids[row] < wanted; });
-    return found == byId.end() || keys.ids[*found] != id ? kNone : *found;
-  };
   std::vector<bool> placed(keys.ids.size(), false);
-  for (const std::int64_t id : listed) {
-    const std::size_t row = rowOf(id);
-    if (row == kNone || placed[row]) continue;
+  const auto place = [&](std::size_t row) {
+    if (row == RowsById::kNone || placed[row]) return;
     placed[row] = true;
     order.push_back(row);
+  };
+  {
+    Statement listed(db, "SELECT ids FROM set_order WHERE id = 1", kReading);
+    const std::string_view bytes = listed.Step() ? listed.BlobView(0) : std::string_view();
+    if (bytes.size() % 8 != 0) Corrupt(db, "the sets' order is not a list of ids");
+    for (std::size_t at = 0; at < bytes.size(); at += 8) {
+      std::uint64_t id = 0;
+      for (std::size_t k = 0; k < 8; ++k) {
+        id |= std::uint64_t{static_cast<unsigned char>(bytes[at + k])} << (8 * k);
+      }
+      place(rows.Find(static_cast<std::int64_t>(id)));
+    }
   }
   if (order.size() == keys.ids.size()) return order;
-  for (const std::size_t row : PositionOrder(keys.positions)) {
-    if (!placed[row]) order.push_back(row);
+  std::vector<std::pair<std::int64_t, std::size_t>> unlisted;  // position, row
+  Statement positions(db, "SELECT id, position FROM sets", kReading);
+  while (positions.Step()) {
+    const std::size_t row = rows.Find(positions.Int(0));
+    if (row != RowsById::kNone && !placed[row]) unlisted.emplace_back(positions.Int(1), row);
   }
+  std::sort(unlisted.begin(), unlisted.end());
+  for (const auto& [position, row] : unlisted) place(row);
   return order;
 }
 
@@ -301,8 +320,11 @@ StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db, boo
   // position, rather than made in the table's order and moved.
   std::string names;
   std::vector<std::size_t> nameEnds;
+  const std::size_t expected = ExpectedRows(*db);
+  names.reserve(expected * kTypicalNameBytes);  // reserved, not yet touched
+  nameEnds.reserve(expected);
   SetRows read = OrderRows(*db,
-                           ReadRowKeys(*db, "",
+                           ReadRowKeys(*db, expected, !listed, "",
                                        [&](std::string_view name, const Statement&) {
                                          names += name;
                                          nameEnds.push_back(names.size());
@@ -325,12 +347,12 @@ StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db, boo
 
 StoredSets ReadWholeStoredSets(const SqliteConnection& db, bool listed) {
   std::vector<VariableSet> sets;
-  SetRows read = OrderRows(db,
-                           ReadRowKeys(db, std::string(", ") + kSetColumns,
-                                       [&](std::string_view, const Statement& at) {
-                                         sets.push_back(SetOfRow(db, at, 4));
-                                       }),
-                           listed);
+  SetRows read = OrderRows(
+      db,
+      ReadRowKeys(
+          db, ExpectedRows(db), !listed, std::string(", ") + kSetColumns,
+          [&](std::string_view, const Statement& at) { sets.push_back(SetOfRow(db, at, 4)); }),
+      listed);
   Permute(sets, read.rows);
   std::unordered_map<std::int64_t, std::size_t> indexById;
   for (std::size_t i = 0; i < read.stored.ids.size(); ++i) indexById.emplace(read.stored.ids[i], i);
