@@ -224,13 +224,12 @@ void SqliteStore::Save(const Dataset& dataset) {
   if (ownUnit) EndCommand();
 }
 
-// Per set, the stored set whose row it keeps, if any. A set unchanged since
+// Per set, the stored set whose row it keeps (or kNotKept). A set unchanged since
 // it was read is the stored set it was read as, known without a look at its
 // name; another keeps the row of an unmatched stored set of the same name
 // that it equals (a set made again as it was).
-std::vector<std::optional<std::size_t>> SqliteStore::MatchStoredSets(
-    const std::vector<VariableSet>& sets) const {
-  std::vector<std::optional<std::size_t>> kept(sets.size());
+std::vector<std::size_t> SqliteStore::MatchStoredSets(const std::vector<VariableSet>& sets) const {
+  std::vector<std::size_t> kept(sets.size(), kNotKept);
   std::vector<bool> used(stored_.sets->size(), false);
   std::vector<std::size_t> storedOfRead;
   if (stored_.source) {
@@ -259,7 +258,7 @@ std::vector<std::optional<std::size_t>> SqliteStore::MatchStoredSets(
     if (!used[j]) unusedByName.emplace(FoldName((*stored_.sets)[j].GetName(kAsStored)), j);
   }
   for (std::size_t i = 0; i < sets.size(); ++i) {
-    if (kept[i] || unusedByName.empty()) continue;
+    if (kept[i] != kNotKept || unusedByName.empty()) continue;
     const auto found = unusedByName.find(FoldName(sets[i].GetName(kAsStored)));
     if (found != unusedByName.end() && (*stored_.sets)[found->second] == sets[i]) {
       kept[i] = found->second;
@@ -274,15 +273,15 @@ std::vector<std::optional<std::size_t>> SqliteStore::MatchStoredSets(
 void SqliteStore::WriteSets(SqliteConnection& db, const SharedSetList& list) {
   const std::vector<VariableSet>& sets = *list;
   const std::string doing = "not saved";
-  const std::vector<std::optional<std::size_t>> kept = MatchStoredSets(sets);
+  const std::vector<std::size_t> kept = MatchStoredSets(sets);
   std::vector<bool> used(stored_.sets->size(), false);
-  for (const auto& match : kept) {
-    if (match) used[*match] = true;
+  for (const std::size_t match : kept) {
+    if (match != kNotKept) used[match] = true;
   }
   // A set to be written anew may still be a stored one's copy not yet read
   // (under another name's row): read it before any row goes.
   for (std::size_t i = 0; i < sets.size(); ++i) {
-    if (!kept[i]) sets[i].GetType();
+    if (kept[i] == kNotKept) sets[i].GetType();
   }
   Statement remove(db, "DELETE FROM sets WHERE id = ?", doing);
   for (std::size_t i = 0; i < stored_.sets->size(); ++i) {
@@ -301,10 +300,10 @@ void SqliteStore::WriteSets(SqliteConnection& db, const SharedSetList& list) {
   written.ids.reserve(sets.size());
   written.sourceIndexes.reserve(sets.size());
   for (std::size_t i = 0; i < sets.size(); ++i) {
-    written.ids.push_back(kept[i] ? stored_.ids[*kept[i]]
-                                  : writer.Insert(sets[i], positions.Next()));
-    written.sourceIndexes.push_back(kept[i] ? stored_.sourceIndexes[*kept[i]]
-                                            : StoredSets::kNotRead);
+    written.ids.push_back(kept[i] != kNotKept ? stored_.ids[kept[i]]
+                                              : writer.Insert(sets[i], positions.Next()));
+    written.sourceIndexes.push_back(kept[i] != kNotKept ? stored_.sourceIndexes[kept[i]]
+                                                        : StoredSets::kNotRead);
   }
   if (format_ < kFormatVersion || written.ids != stored_.ids) WriteSetOrder(db, written.ids);
   // The revision only tells one state from the next: at its greatest it

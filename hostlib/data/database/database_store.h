@@ -54,8 +54,9 @@ class SqliteStore final : public DatasetStore {
   Dataset ReadDataset(SqliteConnection& db);
   Dataset ReadWholeDataset(SqliteConnection& db, std::vector<FieldRecord>& records);
   void ReadRevision(SqliteConnection& db);
-  std::vector<std::optional<std::size_t>> MatchStoredSets(
-      const std::vector<VariableSet>& sets) const;
+  // Per set of a list, the stored set whose row it keeps, or kNotKept.
+  static constexpr std::size_t kNotKept = static_cast<std::size_t>(-1);
+  std::vector<std::size_t> MatchStoredSets(const std::vector<VariableSet>& sets) const;
   void WriteSets(SqliteConnection& db, const SharedSetList& list);
   void DropPending() noexcept;
 

@@ -424,7 +424,7 @@ void WriteSetOrder(const SqliteConnection& db, const std::vector<std::int64_t>& 
       bytes.push_back(static_cast<unsigned char>(value >> (8 * k)));
   }
   Statement write(db, "INSERT OR REPLACE INTO set_order (id, ids) VALUES (1, ?)", "not saved");
-  write.BindBlob(1, bytes).Run();
+  write.BindStaticBlob(1, bytes).Run();
 }
 
 }  // namespace hostlib::data

@@ -73,11 +73,12 @@ class Statement {
     return Check(sqlite3_bind_text(statement_, index, value.data(), static_cast<int>(value.size()),
                                    SQLITE_TRANSIENT));
   }
-  Statement& BindBlob(int index, const std::vector<unsigned char>& bytes) {
+  // Binds the bytes themselves, not a copy: they must outlive the binding.
+  Statement& BindStaticBlob(int index, const std::vector<unsigned char>& bytes) {
     // An empty vector's data may be null, which would bind NULL.
     if (bytes.empty()) return Check(sqlite3_bind_zeroblob64(statement_, index, 0));
     return Check(
-        sqlite3_bind_blob64(statement_, index, bytes.data(), bytes.size(), SQLITE_TRANSIENT));
+        sqlite3_bind_blob64(statement_, index, bytes.data(), bytes.size(), SQLITE_STATIC));
   }
   Statement& BindOptional(int index, const std::optional<std::string>& value) {
     return value ? BindText(index, *value) : Check(sqlite3_bind_null(statement_, index));
