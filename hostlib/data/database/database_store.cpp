@@ -213,7 +213,7 @@ void SqliteStore::Save(const Dataset& dataset) {
   if (ownUnit) BeginCommand(busyTimeout_);
   try {
     // A page cache of up to 32 MB (taken as used) holds the pages a save
-    // that moves thousands of rows changes; 2 MB would spill them to the
+    // that writes thousands of sets changes; 2 MB would spill them to the
     // file before the commit.
     db.Execute("PRAGMA cache_size = -32768", "not saved");
     WriteSets(db, dataset.SharedMultipleResponseSets());
@@ -224,10 +224,10 @@ void SqliteStore::Save(const Dataset& dataset) {
   if (ownUnit) EndCommand();
 }
 
-// Per set, the stored set whose row it keeps (or kNotKept). A set unchanged since
-// it was read is the stored set it was read as, known without a look at its
-// name; another keeps the row of an unmatched stored set of the same name
-// that it equals (a set made again as it was).
+// Per set, the stored set whose row it keeps (or kNotKept). A set unchanged
+// since it was read is the stored set it was read as, known without a look
+// at its name; another keeps the row of an unmatched stored set of the same
+// name that it equals (a set made again as it was).
 std::vector<std::size_t> SqliteStore::MatchStoredSets(const std::vector<VariableSet>& sets) const {
   std::vector<std::size_t> kept(sets.size(), kNotKept);
   std::vector<bool> used(stored_.sets->size(), false);
@@ -305,7 +305,9 @@ void SqliteStore::WriteSets(SqliteConnection& db, const SharedSetList& list) {
     written.sourceIndexes.push_back(kept[i] != kNotKept ? stored_.sourceIndexes[kept[i]]
                                                         : StoredSets::kNotRead);
   }
-  if (format_ < kFormatVersion || written.ids != stored_.ids) WriteSetOrder(db, written.ids);
+  WriteSetOrder(db, written.ids,
+                stored_.orderAsWritten ? stored_.ids : std::vector<std::int64_t>());
+  written.orderAsWritten = true;
   // The revision only tells one state from the next: at its greatest it
   // wraps to 0, and stays an integer.
   db.Execute(
@@ -413,7 +415,7 @@ void SqliteStore::Create(const DatasetContents& contents) {
     for (const VariableSet& set : dataset.MultipleResponseSets()) {
       ids.push_back(writer.Insert(set, position++));
     }
-    WriteSetOrder(db, ids);
+    WriteSetOrder(db, ids, {});
     db.Execute("COMMIT", doing);
   };
   try {

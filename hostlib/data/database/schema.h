@@ -2,6 +2,7 @@
 // "Dataset databases" describes them).
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 namespace hostlib::data {
@@ -68,14 +69,17 @@ CREATE TABLE set_variables (
 ) WITHOUT ROWID;
 )sql";
 
-// Added by format 2: the sets' ids in order, eight bytes each, least
-// significant first. In format 2 a set's `position` only tells the rows
-// apart.
+// Added by format 2: the sets' ids in order, in chunks (in order of
+// `chunk`) of eight bytes per id, least significant first. In format 2 a
+// set's `position` only tells the rows apart.
 inline constexpr const char* kSetOrderSchema = R"sql(
 CREATE TABLE set_order (
-  id INTEGER PRIMARY KEY CHECK (id = 1),
+  chunk INTEGER PRIMARY KEY CHECK (chunk >= 0),
   ids BLOB NOT NULL CHECK (typeof(ids) = 'blob' AND length(ids) % 8 = 0)
 );
 )sql";
+// The ids a chunk of `set_order` holds when written here (512 KB): a save
+// rewrites the chunks that changed, and no value nears SQLite's limit.
+inline constexpr std::size_t kIdsPerOrderChunk = 65536;
 
 }  // namespace hostlib::data

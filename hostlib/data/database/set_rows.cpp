@@ -1,6 +1,7 @@
 #include "hostlib/data/database/set_rows.h"
 
 #include "hostlib/data/database/dictionary_rows.h"
+#include "hostlib/data/database/schema.h"
 #include "hostlib/data/name_index.h"
 #include "hostlib/data/radix_sort.h"
 
@@ -67,7 +68,7 @@ struct RowKeys {
 
 // The set rows' keys in order of position.
 struct SetRows {
-  StoredSets stored;                   // ids and positions; no sets
+  StoredSets stored;                   // ids; no sets
   std::vector<std::size_t> rows;       // per set, its row's place in the table's order
   std::vector<std::int64_t> tableIds;  // the ids in the table's order
 };
@@ -216,30 +217,42 @@ class RowsById {
 
 // The rows in the order `set_order` lists their ids; rows it does not list
 // (another program's) follow in order of position, and ids of no row are
-// passed over, so that no set is lost.
-std::vector<std::size_t> ListedOrder(const SqliteConnection& db, const RowKeys& keys) {
+// passed over, so that no set is lost. `asWritten`: whether the chunks hold
+// exactly those ids as a save here writes them.
+std::vector<std::size_t> ListedOrder(const SqliteConnection& db, const RowKeys& keys,
+                                     bool& asWritten) {
   const RowsById rows(keys.ids);
   std::vector<std::size_t> order;
   order.reserve(keys.ids.size());
   std::vector<bool> placed(keys.ids.size(), false);
-  const auto place = [&](std::size_t row) {
-    if (row == RowsById::kNone || placed[row]) return;
-    placed[row] = true;
-    order.push_back(row);
-  };
-  {
-    Statement listed(db, "SELECT ids FROM set_order WHERE id = 1", kReading);
-    const std::string_view bytes = listed.Step() ? listed.BlobView(0) : std::string_view();
+  asWritten = true;
+  std::size_t listed = 0;
+  std::int64_t expectedChunk = 0;
+  Statement chunks(db, "SELECT chunk, ids FROM set_order ORDER BY chunk", kReading);
+  while (chunks.Step()) {
+    const std::string_view bytes = chunks.BlobView(1);
     if (bytes.size() % 8 != 0) Corrupt(db, "the sets' order is not a list of ids");
+    // Chunks 0, 1, 2, ..., each full but the last, none empty.
+    const std::size_t count = bytes.size() / 8;
+    asWritten = asWritten && chunks.Int(0) == expectedChunk &&
+                listed == static_cast<std::size_t>(expectedChunk) * kIdsPerOrderChunk &&
+                count > 0 && count <= kIdsPerOrderChunk;
+    ++expectedChunk;
+    listed += count;
     for (std::size_t at = 0; at < bytes.size(); at += 8) {
       std::uint64_t id = 0;
       for (std::size_t k = 0; k < 8; ++k) {
         id |= std::uint64_t{static_cast<unsigned char>(bytes[at + k])} << (8 * k);
       }
-      place(rows.Find(static_cast<std::int64_t>(id)));
+      const std::size_t row = rows.Find(static_cast<std::int64_t>(id));
+      if (row == RowsById::kNone || placed[row]) continue;
+      placed[row] = true;
+      order.push_back(row);
     }
   }
+  asWritten = asWritten && listed == order.size();
   if (order.size() == keys.ids.size()) return order;
+  asWritten = false;
   std::vector<std::pair<std::int64_t, std::size_t>> unlisted;  // position, row
   Statement positions(db, "SELECT id, position FROM sets", kReading);
   while (positions.Step()) {
@@ -247,7 +260,7 @@ std::vector<std::size_t> ListedOrder(const SqliteConnection& db, const RowKeys& 
     if (row != RowsById::kNone && !placed[row]) unlisted.emplace_back(positions.Int(1), row);
   }
   std::sort(unlisted.begin(), unlisted.end());
-  for (const auto& [position, row] : unlisted) place(row);
+  for (const auto& [position, row] : unlisted) order.push_back(row);
   return order;
 }
 
@@ -255,7 +268,8 @@ std::vector<std::size_t> ListedOrder(const SqliteConnection& db, const RowKeys& 
 // position), and the order itself.
 SetRows OrderRows(const SqliteConnection& db, RowKeys keys, bool listed) {
   SetRows read;
-  read.rows = listed ? ListedOrder(db, keys) : PositionOrder(keys.positions);
+  read.rows =
+      listed ? ListedOrder(db, keys, read.stored.orderAsWritten) : PositionOrder(keys.positions);
   read.stored.ids.reserve(read.rows.size());
   for (const std::size_t i : read.rows) read.stored.ids.push_back(keys.ids[i]);
   read.tableIds = std::move(keys.ids);
@@ -415,16 +429,32 @@ std::int64_t SetWriter::Insert(const VariableSet& set, std::int64_t position) {
   return id;
 }
 
-void WriteSetOrder(const SqliteConnection& db, const std::vector<std::int64_t>& ids) {
+void WriteSetOrder(const SqliteConnection& db, const std::vector<std::int64_t>& ids,
+                   const std::vector<std::int64_t>& before) {
+  const std::string doing = "not saved";
+  Statement write(db, "INSERT OR REPLACE INTO set_order (chunk, ids) VALUES (?, ?)", doing);
   std::vector<unsigned char> bytes;
-  bytes.reserve(ids.size() * 8);
-  for (const std::int64_t id : ids) {
-    const auto value = static_cast<std::uint64_t>(id);
-    for (std::size_t k = 0; k < 8; ++k)
-      bytes.push_back(static_cast<unsigned char>(value >> (8 * k)));
+  std::int64_t chunk = 0;
+  for (std::size_t first = 0; first < ids.size(); first += kIdsPerOrderChunk, ++chunk) {
+    const std::size_t end = std::min(ids.size(), first + kIdsPerOrderChunk);
+    // The chunk as it was written before, when `before` was.
+    const std::size_t beforeEnd = std::min(before.size(), first + kIdsPerOrderChunk);
+    const bool same =
+        beforeEnd == end && std::equal(ids.begin() + static_cast<std::ptrdiff_t>(first),
+                                       ids.begin() + static_cast<std::ptrdiff_t>(end),
+                                       before.begin() + static_cast<std::ptrdiff_t>(first));
+    if (same) continue;
+    bytes.clear();
+    for (std::size_t i = first; i < end; ++i) {
+      const auto value = static_cast<std::uint64_t>(ids[i]);
+      for (std::size_t k = 0; k < 8; ++k) {
+        bytes.push_back(static_cast<unsigned char>(value >> (8 * k)));
+      }
+    }
+    write.BindInt(1, chunk).BindStaticBlob(2, bytes).Run();
   }
-  Statement write(db, "INSERT OR REPLACE INTO set_order (id, ids) VALUES (1, ?)", "not saved");
-  write.BindStaticBlob(1, bytes).Run();
+  Statement drop(db, "DELETE FROM set_order WHERE chunk >= ?", doing);
+  drop.BindInt(1, chunk).Run();
 }
 
 }  // namespace hostlib::data

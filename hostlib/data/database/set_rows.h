@@ -22,8 +22,10 @@ StoredSets ReadStoredSets(const std::shared_ptr<const SqliteConnection>& db, boo
 // The sets in order, each read whole now (for a whole-file export).
 StoredSets ReadWholeStoredSets(const SqliteConnection& db, bool listed);
 
-// Lists the sets' ids, in order, in `set_order`.
-void WriteSetOrder(const SqliteConnection& db, const std::vector<std::int64_t>& ids);
+// Lists the sets' ids, in order, in `set_order`, where it listed `before`:
+// only the chunks that differ are written.
+void WriteSetOrder(const SqliteConnection& db, const std::vector<std::int64_t>& ids,
+                   const std::vector<std::int64_t>& before);
 
 // Reads one set's rows: nothing when the row is gone or holds another name.
 class SetRowReader {

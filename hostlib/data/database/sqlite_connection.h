@@ -77,8 +77,7 @@ class Statement {
   Statement& BindStaticBlob(int index, const std::vector<unsigned char>& bytes) {
     // An empty vector's data may be null, which would bind NULL.
     if (bytes.empty()) return Check(sqlite3_bind_zeroblob64(statement_, index, 0));
-    return Check(
-        sqlite3_bind_blob64(statement_, index, bytes.data(), bytes.size(), SQLITE_STATIC));
+    return Check(sqlite3_bind_blob64(statement_, index, bytes.data(), bytes.size(), SQLITE_STATIC));
   }
   Statement& BindOptional(int index, const std::optional<std::string>& value) {
     return value ? BindText(index, *value) : Check(sqlite3_bind_null(statement_, index));

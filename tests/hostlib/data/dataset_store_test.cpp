@@ -8,6 +8,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -480,6 +481,9 @@ TEST_F(StoreTest, DatabaseListsSetsAsItsOrderSays) {
       {"UPDATE set_order SET ids = x'" + nine + two + two + one + "'", {"$first", "$likes"}},
       {"UPDATE set_order SET ids = x'" + two + "'", {"$first", "$likes"}},
       {"DELETE FROM set_order", {"$likes", "$first"}},
+      {"DELETE FROM set_order; INSERT INTO set_order VALUES (7, x'" + one + "'), (0, x'" + two +
+           "')",
+       {"$first", "$likes"}},
       {"INSERT INTO sets (position, name, folded_name, type) "
        "VALUES (-7, '$new', '$new', 'categories')",
        {"$likes", "$first", "$new"}},
@@ -500,6 +504,56 @@ TEST_F(StoreTest, DatabaseListsSetsAsItsOrderSays) {
     EXPECT_EQ(error.what(), path.string() +
                                 ": not a valid dataset database: the sets' order is not a list "
                                 "of ids");
+  }
+}
+
+// The order is kept in chunks of 65,536 ids. A save rewrites the chunks
+// that changed and drops those left over; the chunks of a file laid out
+// otherwise are all rewritten.
+TEST_F(StoreTest, DatabaseOrderOfManySetsReadsBackAfterEachSave) {
+  const fs::path path = MakeDataset("chunks.db");
+  const int count = 65536 + 3;
+  // Rows $s1, $s2, ... that the order does not list: read by position.
+  Tamper(path,
+         "DELETE FROM sets; DELETE FROM set_order; WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL "
+         "SELECT i + 1 FROM n WHERE i < " +
+             std::to_string(count) +
+             ") INSERT INTO sets (position, name, folded_name, type) "
+             "SELECT i, '$s' || i, '$s' || i, 'categories' FROM n");
+  const auto edit = [&](const std::function<void(std::vector<VariableSet>&)>& change) {
+    SqliteStore store(path);
+    Dataset dataset = store.Load();
+    std::vector<VariableSet> sets = dataset.MultipleResponseSets();
+    change(sets);
+    dataset.ReplaceMultipleResponseSets(sets);
+    store.Save(dataset);
+    return NamesOf(sets);
+  };
+  const auto chunks = [&] {
+    sqlite3* db = nullptr;
+    EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+    sqlite3_stmt* rows = nullptr;
+    sqlite3_prepare_v2(db, "SELECT count(*) FROM set_order", -1, &rows, nullptr);
+    sqlite3_step(rows);
+    const int found = sqlite3_column_int(rows, 0);
+    sqlite3_finalize(rows);
+    sqlite3_close(db);
+    return found;
+  };
+  const std::vector<std::function<void(std::vector<VariableSet>&)>> changes = {
+      // the last first: every chunk written
+      [](auto& sets) { std::rotate(sets.begin(), sets.end() - 1, sets.end()); },
+      // one set of the second chunk gone
+      [](auto& sets) { sets.erase(sets.end() - 2); },
+      // two at the front: one chunk left
+      [](auto& sets) { sets.erase(sets.begin(), sets.begin() + 2); },
+  };
+  const std::vector<int> chunksAfter = {2, 2, 1};
+  for (std::size_t k = 0; k < changes.size(); ++k) {
+    const std::vector<std::string> expected = edit(changes[k]);
+    SqliteStore reread(path);
+    EXPECT_EQ(NamesOf(reread.Load().MultipleResponseSets()), expected) << k;
+    EXPECT_EQ(chunks(), chunksAfter[k]) << k;
   }
 }
 
